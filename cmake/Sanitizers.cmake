@@ -1,0 +1,10 @@
+# CORVALEN_SANITIZE: "address,undefined", "thread" or empty; for every target of the build.
+set(CORVALEN_SANITIZE "" CACHE STRING "Sanitizers for the whole build, separated by commas")
+
+if(CORVALEN_SANITIZE)
+    add_compile_options(-fsanitize=${CORVALEN_SANITIZE} -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${CORVALEN_SANITIZE})
+    if(CORVALEN_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()
