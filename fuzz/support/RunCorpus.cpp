@@ -1,4 +1,5 @@
-// Runs every file of the given corpus folders through a fuzz target, so that the seeds are tests in each build.
+// Runs every file of the given corpus folders through a fuzz target, so that the seeds are tests in each
+// build.
 
 #include <cstddef>
 #include <cstdint>

@@ -19,18 +19,26 @@ std::uint32_t RealTickCount() {
     return static_cast<std::uint32_t>(Read(CLOCK_BOOTTIME) / Deadline::kNsPerMs);
 }
 
-std::time_t RealWallSeconds() { return ::time(nullptr); }
+std::time_t RealWallSeconds() {
+    return ::time(nullptr);
+}
 
 std::atomic<std::uint32_t (*)()> s_TickCount{RealTickCount};
 std::atomic<std::time_t (*)()> s_WallSeconds{RealWallSeconds};
 
 }  // namespace
 
-std::uint32_t Clock::TickCount() { return s_TickCount.load(std::memory_order_relaxed)(); }
+std::uint32_t Clock::TickCount() {
+    return s_TickCount.load(std::memory_order_relaxed)();
+}
 
-std::time_t Clock::WallSeconds() { return s_WallSeconds.load(std::memory_order_relaxed)(); }
+std::time_t Clock::WallSeconds() {
+    return s_WallSeconds.load(std::memory_order_relaxed)();
+}
 
-std::int64_t Clock::MonotonicNs() { return Read(CLOCK_MONOTONIC); }
+std::int64_t Clock::MonotonicNs() {
+    return Read(CLOCK_MONOTONIC);
+}
 
 void Clock::ReplaceTickCount(std::uint32_t (*source)()) {
     s_TickCount = source != nullptr ? source : RealTickCount;

@@ -35,8 +35,8 @@ LockResult Mutex::Interpret(int error) noexcept {
         case 0:
             return LockResult::kAcquired;
         case EOWNERDEAD:
-            // The last owner ended inside the critical section. The lock is ours, and usable again only if we say
-            // so now; what it guards is suspect, and the caller is told.
+            // The last owner ended inside the critical section. The lock is ours, and usable again only if we
+            // say so now; what it guards is suspect, and the caller is told.
             return ::pthread_mutex_consistent(&m_Native) == 0 ? LockResult::kAbandoned : LockResult::kFailed;
         case ETIMEDOUT:
             return LockResult::kTimedOut;
@@ -62,6 +62,8 @@ LockResult Mutex::Lock(std::int64_t timeoutMs) noexcept {
     return Interpret(::pthread_mutex_clocklock(&m_Native, CLOCK_MONOTONIC, &until));
 }
 
-bool Mutex::Unlock() noexcept { return m_IsUsable && ::pthread_mutex_unlock(&m_Native) == 0; }
+bool Mutex::Unlock() noexcept {
+    return m_IsUsable && ::pthread_mutex_unlock(&m_Native) == 0;
+}
 
 }  // namespace System::Platform

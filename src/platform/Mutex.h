@@ -6,14 +6,15 @@
 
 namespace System::Platform {
 
-enum class [[nodiscard]] LockResult {
+enum class [[nodiscard]] LockResult{
     kAcquired,
     kAbandoned,  // acquired, and the last owner ended without giving it back: what it guards is suspect
     kTimedOut,
     kFailed,
 };
 
-/// A recursive lock of one process. A thread that ends or is ended while it holds it leaves it to the next taker.
+/// A recursive lock of one process. A thread that ends or is ended while it holds it leaves it to the next
+/// taker.
 ///
 /// Threads: any thread may call any method; only the owner may unlock.
 class Mutex {

@@ -4,8 +4,8 @@
 
 namespace System::Platform {
 
-// Repeats `call` while a signal interrupts it. Never for close(): the descriptor is gone even when close reports
-// an interrupt.
+// Repeats `call` while a signal interrupts it. Never for close(): the descriptor is gone even when close
+// reports an interrupt.
 template <typename Call>
 auto RetryOnInterrupt(Call&& call) {
     auto result = call();

@@ -24,9 +24,13 @@ namespace {
 
 }  // namespace
 
-void SleepOneLook() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
+void SleepOneLook() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
-std::string ProcessPath(std::string const& name) { return std::string(CORVALEN_TEST_PROCESSES) + "/" + name; }
+std::string ProcessPath(std::string const& name) {
+    return std::string(CORVALEN_TEST_PROCESSES) + "/" + name;
+}
 
 ChildProcess::ChildProcess(std::string const& name, std::vector<std::string> const& arguments) {
     int input[2];
@@ -80,7 +84,8 @@ std::optional<std::string> ChildProcess::ReadLine(std::chrono::milliseconds limi
             m_Pending.erase(0, at + 1);
             return line;
         }
-        auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        auto const left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         pollfd look{m_Output, POLLIN, 0};
         int const ready = ::poll(&look, 1, static_cast<int>(left.count() > 0 ? left.count() : 0));
         if (ready == 0) {
@@ -98,7 +103,9 @@ std::optional<std::string> ChildProcess::ReadLine(std::chrono::milliseconds limi
     }
 }
 
-bool ChildProcess::Reports(std::string const& line) { return ReadLine() == line; }
+bool ChildProcess::Reports(std::string const& line) {
+    return ReadLine() == line;
+}
 
 void ChildProcess::WriteLine(std::string const& line) {
     std::string const bytes = line + "\n";

@@ -30,7 +30,8 @@ public:
     ChildProcess& operator=(ChildProcess&&) = delete;
 
     [[nodiscard]] pid_t Pid() const { return m_Pid; }
-    /// The next line of its output without the line end; none when it has closed its output or the limit is over.
+    /// The next line of its output without the line end; none when it has closed its output or the limit is
+    /// over.
     std::optional<std::string> ReadLine(std::chrono::milliseconds limit = kLimit);
     /// Whether the next line of its output is `line`.
     bool Reports(std::string const& line);

@@ -6,7 +6,8 @@
 
 namespace Support {
 
-/// Puts settable values in the place of the clock's tick count and wall seconds for its lifetime. One at a time.
+/// Puts settable values in the place of the clock's tick count and wall seconds for its lifetime. One at a
+/// time.
 class FakeClock {
 public:
     FakeClock() {

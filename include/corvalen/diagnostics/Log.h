@@ -8,17 +8,18 @@ namespace System::Diagnostics {
 
 /// Receives each line that passes the filter of FLog.
 ///
-/// `severity` and `component` are those given to Put, `threadId` is the kernel's id of the calling thread, `time`
-/// the seconds since 1970, the same for all procedures of one line. The strings are valid during the call only.
-/// Runs on the thread of the caller of Put, with the log's lock held: never concurrently with another procedure.
-/// It may call Put itself; it must not register or unregister procedures.
+/// `severity` and `component` are those given to Put, `threadId` is the kernel's id of the calling thread,
+/// `time` the seconds since 1970, the same for all procedures of one line. The strings are valid during the
+/// call only. Runs on the thread of the caller of Put, with the log's lock held: never concurrently with
+/// another procedure. It may call Put itself; it must not register or unregister procedures.
 using LogProc = void (*)(void* user, unsigned severity, std::uint64_t component, char const* name,
                          unsigned threadId, long time, char const* context, char const* text);
 
 /// The log of the process: one filter by severity and component, one lock, one list of output procedures.
 ///
-/// Severities are 0 error, 1 warning, 2 information, 3 verbose. A component is a mask; bit n stands for component
-/// n, and a line of several components passes if one of them does. The library's own lines use bit 0.
+/// Severities are 0 error, 1 warning, 2 information, 3 verbose. A component is a mask; bit n stands for
+/// component n, and a line of several components passes if one of them does. The library's own lines use bit
+/// 0.
 ///
 /// Threads: Put, Enabled and the levels may be used on any thread between Init and the last Terminate. Init,
 /// Terminate and the registrations take no lock: call them while no other thread is inside Put.
@@ -28,14 +29,15 @@ public:
     /// Bytes that the text form of all levels takes, terminator included.
     static constexpr unsigned kLevelTextSize = 65;
 
-    /// Counts up; the first call sets the default levels (severities 0, 1 and 2 for all components) and empties
-    /// the list of procedures.
+    /// Counts up; the first call sets the default levels (severities 0, 1 and 2 for all components) and
+    /// empties the list of procedures.
     static void Init();
     /// Counts down; the call that reaches 0 drops all registrations. Levels stay until the next first Init.
     static void Terminate();
 
-    /// Hands one line to every registered procedure, the newest first, if `severity` (capped to 3 for this test)
-    /// is enabled for a bit of `component`. A line that is not enabled takes no lock and reads no clock.
+    /// Hands one line to every registered procedure, the newest first, if `severity` (capped to 3 for this
+    /// test) is enabled for a bit of `component`. A line that is not enabled takes no lock and reads no
+    /// clock.
     static void Put(unsigned severity, std::uint64_t component, char const* name, char const* context,
                     char const* text);
     /// Whether Put with these two would deliver; ask before building an expensive text.
@@ -48,8 +50,8 @@ public:
     static unsigned SetSeverityLevel(std::uint64_t component, unsigned level);
     /// Writes the levels of components 0 to 63, one letter of "EWIV" each, and a NUL: kLevelTextSize bytes.
     static void GetSeverityLevel(char* buffer);
-    /// Sets levels from text: the letter at position n, of either case, is the level of component n. Any other
-    /// character leaves its component as it is; characters behind the 64th are not read.
+    /// Sets levels from text: the letter at position n, of either case, is the level of component n. Any
+    /// other character leaves its component as it is; characters behind the 64th are not read.
     static void SetSeverityLevel(char const* levels);
     /// The same from wide text, whose first 64 characters count; null changes nothing.
     static void SetSeverityLevel(char16_t const* levels);
@@ -61,8 +63,8 @@ public:
     static bool UnregisterProc(LogProc proc, void* user);
     [[nodiscard]] static unsigned RegisteredProcCount();
 
-    /// A procedure that writes "%s>[%X] %s> [%s] %s %s\n" (tag, thread id, local time, name, context, text) to the
-    /// open `FILE*` in `user` and flushes it.
+    /// A procedure that writes "%s>[%X] %s> [%s] %s %s\n" (tag, thread id, local time, name, context, text)
+    /// to the open `FILE*` in `user` and flushes it.
     static void PrintProc(void* user, unsigned severity, std::uint64_t component, char const* name,
                           unsigned threadId, long time, char const* context, char const* text);
     /// A procedure that hands the same line, at most 1279 bytes of it, to the debugger. `user` is not used.
@@ -81,9 +83,9 @@ protected:
 /// The assertion entry of the library.
 class CORVALEN_API CDebug {
 public:
-    /// Reports a broken invariant as the line "%s (%s:%i)" of `expression`, `file` and `line`, at severity 0 when
-    /// `serious`, else at severity 1. It tests nothing, stops nothing and returns: the code behind it has to be
-    /// safe with the invariant broken.
+    /// Reports a broken invariant as the line "%s (%s:%i)" of `expression`, `file` and `line`, at severity 0
+    /// when `serious`, else at severity 1. It tests nothing, stops nothing and returns: the code behind it
+    /// has to be safe with the invariant broken.
     static void Assert(bool serious, char const* expression, char const* file, int line);
 };
 

@@ -17,8 +17,9 @@ struct Message {
 /// Gets a timer's ticks: window 0, message kTimerMessage, the timer's id, the millisecond tick count.
 using TimerProc = void (*)(std::uint32_t window, std::uint32_t message, std::uint32_t id, std::uint32_t time);
 
-/// The message queue of one thread: what others post to its windows, what they send and wait for, and the ticks of
-/// its timers. A thread that has opened a channel or set a timer keeps taking its messages, for instance
+/// The message queue of one thread: what others post to its windows, what they send and wait for, and the
+/// ticks of its timers. A thread that has opened a channel or set a timer keeps taking its messages, for
+/// instance
 ///
 ///     MessageQueue& queue = MessageQueue::Current();
 ///     while (running) {
@@ -30,8 +31,8 @@ using TimerProc = void (*)(std::uint32_t window, std::uint32_t message, std::uin
 ///         }
 ///     }
 ///
-/// or gives Descriptor() to the loop that it has already (epoll, GLib, Qt, libuv, asio), and takes what is there
-/// whenever the descriptor is readable.
+/// or gives Descriptor() to the loop that it has already (epoll, GLib, Qt, libuv, asio), and takes what is
+/// there whenever the descriptor is readable.
 ///
 /// Threads: a queue belongs to its thread; call it there only.
 /// Errors: nothing throws but a failed allocation.
@@ -43,21 +44,21 @@ public:
     /// The queue of the calling thread, made at the first call, gone with the thread.
     static MessageQueue& Current();
 
-    /// Serves the requests that wait, then takes the oldest posted message, or a timer's tick if no message is
-    /// there. False if there was nothing to take.
+    /// Serves the requests that wait, then takes the oldest posted message, or a timer's tick if no message
+    /// is there. False if there was nothing to take.
     bool Peek(Message& message);
-    /// Hands `message` to the procedure of its window or timer and returns the procedure's result; 0 if there is no
-    /// such window or timer any more.
+    /// Hands `message` to the procedure of its window or timer and returns the procedure's result; 0 if there
+    /// is no such window or timer any more.
     long Dispatch(Message const& message);
     /// Sleeps until Peek has something to do, at most `timeoutMs` milliseconds (kForever: without limit), and
     /// returns whether it has. Looks for a while before it sleeps if that has lately paid.
     bool Wait(int timeoutMs = kForever);
-    /// A descriptor that is readable exactly while Peek has something to do; -1 if the system has none to give.
-    /// It stays the queue's: poll it, never read, write or close it.
+    /// A descriptor that is readable exactly while Peek has something to do; -1 if the system has none to
+    /// give. It stays the queue's: poll it, never read, write or close it.
     int Descriptor();
 
-    /// Starts a timer of this thread that ticks every `periodMs` milliseconds while the thread takes its messages.
-    /// Ticks that were not taken in time count as one. Returns its id, 0 on failure.
+    /// Starts a timer of this thread that ticks every `periodMs` milliseconds while the thread takes its
+    /// messages. Ticks that were not taken in time count as one. Returns its id, 0 on failure.
     std::uint32_t SetTimer(std::uint32_t periodMs, TimerProc proc);
     /// Ends a timer of this thread; false if there is none with this id.
     bool KillTimer(std::uint32_t id);
