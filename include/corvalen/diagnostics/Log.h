@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "corvalen/Export.h"
@@ -36,12 +37,19 @@ public:
     static void Terminate();
 
     /// Hands one line to every registered procedure, the newest first, if `severity` (capped to 3 for this
-    /// test) is enabled for a bit of `component`. A line that is not enabled takes no lock and reads no
-    /// clock.
+    /// test) is enabled for a bit of `component`. A line that is not enabled takes no lock, reads no clock
+    /// and calls nothing.
     static void Put(unsigned severity, std::uint64_t component, char const* name, char const* context,
-                    char const* text);
+                    char const* text) {
+        if (Enabled(severity, component)) [[unlikely]] {
+            Deliver(severity, component, name, context, text);
+        }
+    }
     /// Whether Put with these two would deliver; ask before building an expensive text.
-    [[nodiscard]] static bool Enabled(unsigned severity, std::uint64_t component);
+    [[nodiscard]] static bool Enabled(unsigned severity, std::uint64_t component) {
+        return (std::atomic_ref(s_Mask[severity < 3 ? severity : 3]).load(std::memory_order_relaxed) &
+                component) != 0;
+    }
 
     /// The highest level that a bit of `component` has: 3, 2, or 1 for everything below.
     [[nodiscard]] static unsigned GetSeverityLevel(std::uint64_t component);
@@ -53,7 +61,8 @@ public:
     /// Sets levels from text: the letter at position n, of either case, is the level of component n. Any
     /// other character leaves its component as it is; characters behind the 64th are not read.
     static void SetSeverityLevel(char const* levels);
-    /// The same from wide text, whose first 64 characters count; null changes nothing.
+    /// The same from wide text. A position is a byte of its UTF-8 form, so that a character outside ASCII
+    /// takes up two or three. Null changes nothing.
     static void SetSeverityLevel(char16_t const* levels);
 
     /// Adds a procedure at the head of the list; the same pair may be added more than once. `user` stays the
@@ -76,8 +85,13 @@ public:
     [[nodiscard]] static bool IsWinME();
 
 protected:
-    /// Bit n of entry s is set when component n may log at severity s.
+    /// Bit n of entry s is set when component n may log at severity s. Read and written as atomics, since a
+    /// level may change while other threads log.
     static std::uint64_t s_Mask[4];
+
+private:
+    static void Deliver(unsigned severity, std::uint64_t component, char const* name, char const* context,
+                        char const* text);
 };
 
 /// The assertion entry of the library.
