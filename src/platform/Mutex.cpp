@@ -1,8 +1,15 @@
 #include "platform/Mutex.h"
 
+#include <linux/futex.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <cerrno>
 
 #include "platform/Clock.h"
+#include "platform/ErrnoGuard.h"
+#include "platform/ProcessEpoch.h"
+#include "platform/ThreadId.h"
 
 namespace System::Platform {
 
@@ -12,32 +19,89 @@ constexpr long kNsPerSecond = 1'000'000'000;
 
 }  // namespace
 
-Mutex::Mutex() noexcept {
-    pthread_mutexattr_t attributes;
-    if (::pthread_mutexattr_init(&attributes) != 0) {
-        return;
+// What the calling thread holds, so that a forked child can take it over for its only thread before anything
+// else runs there: the system's lock names its owner by a thread id, and that has changed.
+struct HeldMutexes {
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local Mutex* t_First;
+
+    static void Add(Mutex& mutex) {
+        mutex.m_PrevHeld = nullptr;
+        mutex.m_NextHeld = t_First;
+        if (t_First != nullptr) {
+            t_First->m_PrevHeld = &mutex;
+        }
+        t_First = &mutex;
     }
-    m_IsUsable = ::pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0 &&
-                 ::pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
-                 ::pthread_mutex_init(&m_Native, &attributes) == 0;
-    static_cast<void>(::pthread_mutexattr_destroy(&attributes));
+
+    static void Remove(Mutex& mutex) {
+        (mutex.m_PrevHeld != nullptr ? mutex.m_PrevHeld->m_NextHeld : t_First) = mutex.m_NextHeld;
+        if (mutex.m_NextHeld != nullptr) {
+            mutex.m_NextHeld->m_PrevHeld = mutex.m_PrevHeld;
+        }
+    }
+
+    static void InheritAll() {
+        // Not the cached id: whether its own fork handler has run by now is open.
+        auto const thread = static_cast<std::uint32_t>(::gettid());
+        for (Mutex* mutex = t_First; mutex != nullptr; mutex = mutex->m_NextHeld) {
+            mutex->Inherit(thread);
+        }
+    }
+};
+
+constinit thread_local Mutex* HeldMutexes::t_First = nullptr;
+
+namespace {
+
+// At load, for the reason that ProcessEpoch has. Want of memory is the only failure there.
+[[gnu::constructor]] void RegisterForkHandler() {
+    static_cast<void>(::pthread_atfork(nullptr, nullptr, HeldMutexes::InheritAll));
 }
 
+}  // namespace
+
+Mutex::Mutex() noexcept : m_IsUsable(InitNative()) {}
+
 Mutex::~Mutex() {
+    // The owner's list and the system's own would keep pointing here.
+    while (Unlock()) {
+    }
     if (m_IsUsable) {
-        // Fails only while somebody holds it, which is that holder's fault and changes nothing here.
+        // Fails only while another thread holds it, which is that holder's fault and changes nothing here.
         static_cast<void>(::pthread_mutex_destroy(&m_Native));
     }
+}
+
+bool Mutex::InitNative() noexcept {
+    pthread_mutexattr_t attributes;
+    if (::pthread_mutexattr_init(&attributes) != 0) {
+        return false;
+    }
+    bool const isUsable = ::pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0 &&
+                          ::pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                          ::pthread_mutex_init(&m_Native, &attributes) == 0;
+    static_cast<void>(::pthread_mutexattr_destroy(&attributes));
+    return isUsable;
 }
 
 LockResult Mutex::Interpret(int error) noexcept {
     switch (error) {
         case 0:
+            if (m_Depth++ == 0) {
+                m_Owner.store(CurrentThreadId(), std::memory_order_relaxed);
+                HeldMutexes::Add(*this);
+            }
             return LockResult::kAcquired;
         case EOWNERDEAD:
             // The last owner ended inside the critical section. The lock is ours, and usable again only if we
-            // say so now; what it guards is suspect, and the caller is told.
-            return ::pthread_mutex_consistent(&m_Native) == 0 ? LockResult::kAbandoned : LockResult::kFailed;
+            // say so now; what it guards is suspect, and the caller is told. The list that it stood in went
+            // with its thread.
+            if (::pthread_mutex_consistent(&m_Native) != 0) {
+                return LockResult::kFailed;
+            }
+            m_Depth = 0;
+            static_cast<void>(Interpret(0));
+            return LockResult::kAbandoned;
         case ETIMEDOUT:
             return LockResult::kTimedOut;
         default:
@@ -51,8 +115,12 @@ LockResult Mutex::Lock(std::int64_t timeoutMs) noexcept {
     }
     // The plain attempt costs less than half of the timed call.
     int const atOnce = ::pthread_mutex_trylock(&m_Native);
-    if (atOnce != EBUSY) {
-        return Interpret(atOnce);
+    return atOnce != EBUSY ? Interpret(atOnce) : Wait(timeoutMs);
+}
+
+LockResult Mutex::Wait(std::int64_t timeoutMs) noexcept {
+    if (ProcessEpoch() != kFirstProcessEpoch) {
+        ReleaseFromLostHolder();
     }
     if (timeoutMs < 0) {
         return Interpret(::pthread_mutex_lock(&m_Native));
@@ -62,8 +130,49 @@ LockResult Mutex::Lock(std::int64_t timeoutMs) noexcept {
     return Interpret(::pthread_mutex_clocklock(&m_Native, CLOCK_MONOTONIC, &until));
 }
 
+// The kernel marks the locks of a thread that ends. A thread of the parent that does not exist in a forked
+// child never ends there, so that the mark has to be made for it.
+void Mutex::ReleaseFromLostHolder() noexcept {
+    ErrnoGuard const keepErrno;
+    int word = __atomic_load_n(&m_Native.__data.__lock, __ATOMIC_RELAXED);
+    auto const holder = static_cast<pid_t>(static_cast<unsigned>(word) & FUTEX_TID_MASK);
+    if (holder == 0 || ::tgkill(::getpid(), holder, 0) == 0 || errno != ESRCH) {
+        return;
+    }
+    auto const marked = static_cast<int>((static_cast<unsigned>(word) & FUTEX_WAITERS) | FUTEX_OWNER_DIED);
+    // Fails if the word has changed, and then the lock is in the hands of somebody who is here.
+    static_cast<void>(__atomic_compare_exchange_n(&m_Native.__data.__lock, &word, marked, false,
+                                                  __ATOMIC_ACQ_REL, __ATOMIC_RELAXED));
+}
+
 bool Mutex::Unlock() noexcept {
-    return m_IsUsable && ::pthread_mutex_unlock(&m_Native) == 0;
+    if (!m_IsUsable || m_Owner.load(std::memory_order_relaxed) != CurrentThreadId()) {
+        return false;
+    }
+    if (--m_Depth == 0) {
+        m_Owner.store(0, std::memory_order_relaxed);
+        HeldMutexes::Remove(*this);
+    }
+    return ::pthread_mutex_unlock(&m_Native) == 0;
+}
+
+void Mutex::Inherit(std::uint32_t thread) noexcept {
+    // The bytes are this process's own copy: nobody else is here who could wait at them.
+    m_IsUsable = InitNative();
+    for (unsigned level = 0; m_IsUsable && level < m_Depth; ++level) {
+        m_IsUsable = ::pthread_mutex_lock(&m_Native) == 0;
+    }
+    m_Owner.store(thread, std::memory_order_relaxed);
+    m_InheritedBy.store(thread, std::memory_order_relaxed);
+}
+
+bool Mutex::TakeInheritance() noexcept {
+    std::uint32_t const heir = m_InheritedBy.load(std::memory_order_relaxed);
+    if (heir == 0 || heir != CurrentThreadId()) {
+        return false;
+    }
+    m_InheritedBy.store(0, std::memory_order_relaxed);
+    return true;
 }
 
 }  // namespace System::Platform

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace System::Platform {
@@ -17,6 +18,8 @@ enum class [[nodiscard]] LockResult{
 /// taker.
 ///
 /// Threads: any thread may call any method; only the owner may unlock.
+/// Processes: in a forked child the thread that forked owns what it owned before, at the same depth; what
+/// other threads of the parent held counts as left behind by the dead.
 class Mutex {
 public:
     Mutex() noexcept;
@@ -29,11 +32,26 @@ public:
     /// Gives one level back; false if the caller is not the owner.
     bool Unlock() noexcept;
 
+    /// True once, in a forked child, for the thread that owns the lock since before the fork: for whoever
+    /// keeps the owner's id beside the lock, since the thread has another one now.
+    [[nodiscard]] bool TakeInheritance() noexcept;
+
 private:
+    friend struct HeldMutexes;
+
+    [[nodiscard]] bool InitNative() noexcept;
     LockResult Interpret(int error) noexcept;
+    LockResult Wait(std::int64_t timeoutMs) noexcept;
+    void ReleaseFromLostHolder() noexcept;
+    void Inherit(std::uint32_t thread) noexcept;
 
     pthread_mutex_t m_Native;
     bool m_IsUsable = false;
+    unsigned m_Depth = 0;                         // the owner's
+    std::atomic<std::uint32_t> m_Owner{0};        // thread id; stays behind when its thread ends
+    std::atomic<std::uint32_t> m_InheritedBy{0};  // thread id in a forked child until it has been told
+    Mutex* m_NextHeld = nullptr;                  // links in the owner's list of what it holds
+    Mutex* m_PrevHeld = nullptr;
 };
 
 }  // namespace System::Platform

@@ -4,7 +4,7 @@
 
 namespace System::Platform {
 
-std::atomic<std::uint32_t> Detail::s_ProcessEpoch{1};
+std::atomic<std::uint32_t> Detail::s_ProcessEpoch{kFirstProcessEpoch};
 
 namespace {
 

@@ -5,6 +5,9 @@
 
 namespace System::Platform {
 
+/// The number in a process that no fork has made since the library was loaded.
+constexpr std::uint32_t kFirstProcessEpoch = 1;
+
 namespace Detail {
 extern std::atomic<std::uint32_t> s_ProcessEpoch;
 }

@@ -13,7 +13,7 @@ struct CachedId {
     std::uint32_t epoch;  // 0 until the first call; no process has that epoch
 };
 
-constinit thread_local CachedId t_Id{0, 0};
+[[gnu::tls_model("initial-exec")]] constinit thread_local CachedId t_Id{0, 0};
 
 [[gnu::noinline]] std::uint32_t AskKernel(std::uint32_t epoch) {
     t_Id = {static_cast<std::uint32_t>(::gettid()), epoch};

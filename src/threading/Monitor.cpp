@@ -1,0 +1,93 @@
+#include "corvalen/threading/Monitor.h"
+
+#include <new>
+
+#include "diagnostics/Report.h"
+#include "platform/Mutex.h"
+#include "platform/ThreadId.h"
+
+namespace System::Threading {
+
+using Diagnostics::Gravity;
+using Diagnostics::Verify;
+using Platform::CurrentThreadId;
+using Platform::LockResult;
+
+namespace {
+
+constexpr char kSource[] = "Monitor";
+constexpr std::int64_t kSliceMs = 10000;
+
+}  // namespace
+
+CMonitor::CMonitor() : m_Mutex(new (std::nothrow) Platform::Mutex) {}
+
+CMonitor::~CMonitor() {
+    Verify(LockCount() == 0, Gravity::kSerious, "m_LockCount == 0", kSource);
+    Verify(m_Thread.load(std::memory_order_relaxed) == 0, Gravity::kSerious, "m_Thread == 0", kSource);
+    delete m_Mutex;
+}
+
+// The mutex is what excludes; the two fields are written by its owner only, so that relaxed accesses do. They
+// are atomic for those who read them from elsewhere.
+void CMonitor::Lock() {
+    while (m_Mutex != nullptr && m_Mutex->Lock(kSliceMs) == LockResult::kTimedOut) {
+    }
+    std::uint32_t const caller = CurrentThreadId();
+    std::uint32_t count = LockCount();
+    if (count == 0) {
+        Verify(m_Thread.load(std::memory_order_relaxed) == 0, Gravity::kSerious, "m_Thread == 0", kSource);
+        m_Thread.store(caller, std::memory_order_relaxed);
+    } else if (!Verify(IsOwner(caller), Gravity::kSerious, "m_Thread == GetCurrentThreadId()", kSource)) {
+        // The last owner died with the lock: its count goes with it.
+        count = 0;
+        m_Thread.store(caller, std::memory_order_relaxed);
+    }
+    m_LockCount.store(count + 1, std::memory_order_relaxed);
+}
+
+void CMonitor::Unlock() {
+    Verify(IsOwner(CurrentThreadId()), Gravity::kSerious, "m_Thread == GetCurrentThreadId()", kSource);
+    std::uint32_t const count = LockCount() - 1;
+    m_LockCount.store(count, std::memory_order_relaxed);
+    if (count == 0) {
+        m_Thread.store(0, std::memory_order_relaxed);
+    }
+    if (m_Mutex != nullptr) {
+        // Fails for a caller that does not own it, which has been reported.
+        static_cast<void>(m_Mutex->Unlock());
+    }
+}
+
+void CMonitor::Enter() {
+    Lock();
+}
+
+void CMonitor::Leave() {
+    Unlock();
+}
+
+bool CMonitor::Locked() const {
+    return IsOwner(CurrentThreadId());
+}
+
+unsigned CMonitor::LockCount() const {
+    return m_LockCount.load(std::memory_order_relaxed);
+}
+
+bool CMonitor::Init() {
+    return false;
+}
+
+bool CMonitor::IsOwner(std::uint32_t thread) const {
+    if (m_Thread.load(std::memory_order_relaxed) == thread) {
+        return true;
+    }
+    if (m_Mutex == nullptr || !m_Mutex->TakeInheritance()) {
+        return false;
+    }
+    m_Thread.store(thread, std::memory_order_relaxed);
+    return true;
+}
+
+}  // namespace System::Threading
