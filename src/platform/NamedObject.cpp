@@ -16,6 +16,7 @@
 #include "platform/FaultPoint.h"
 #include "platform/FileLock.h"
 #include "platform/Retry.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -244,6 +245,8 @@ int NamedObject::OpenExisting(Place const& place, std::string_view fileName, std
 }
 
 int NamedObject::Attach(Request const& request, std::string_view fileName, Kind kind) {
+    // Stopped half way we would keep the opening lock for as long as the process lives.
+    StopDelay const delay;
     Close();
     if (fileName.empty() || fileName == "." || fileName == ".." ||
         fileName.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) {
@@ -408,6 +411,7 @@ void NamedObject::RemoveFileLocked() {
 }
 
 void NamedObject::Close() {
+    StopDelay const delay;
     Unmap();
     m_IsCreator = false;
     if (m_State == nullptr) {

@@ -22,6 +22,12 @@ namespace Detail {
 constexpr std::uint32_t kMaySleep = 0x8000'0000;
 constexpr std::uint32_t kOwnerMask = 0xFFFF;
 constexpr std::uint32_t kNobody = 0xFFFF;  // above every participant number: an owner that is never alive
+inline bool TakeFree(SharedLockRec& rec, std::uint32_t participant) {
+    std::uint32_t expected = 0;
+    return participant != 0 &&
+           std::atomic_ref(rec.word).compare_exchange_strong(expected, participant, std::memory_order_acquire,
+                                                             std::memory_order_relaxed);
+}
 LockResult AcquireContended(SharedLockRec& rec, NamedObject const& object, Deadline const& deadline);
 void WakeOne(SharedLockRec& rec);
 }  // namespace Detail
@@ -35,11 +41,7 @@ void WakeOne(SharedLockRec& rec);
 /// number of a living participant that does not own it is waited for like a real owner, until that
 /// participant closes or the word changes; who must not be held up by that gives a deadline.
 inline LockResult AcquireShared(SharedLockRec& rec, NamedObject const& object, Deadline const& deadline) {
-    unsigned const participant = object.Participant();
-    std::uint32_t expected = 0;
-    if (participant != 0 && std::atomic_ref(rec.word).compare_exchange_strong(
-                                expected, participant, std::memory_order_acquire, std::memory_order_relaxed))
-        [[likely]] {
+    if (Detail::TakeFree(rec, object.Participant())) [[likely]] {
         return LockResult::kAcquired;
     }
     return Detail::AcquireContended(rec, object, deadline);
