@@ -10,6 +10,7 @@
 #include "platform/DebugOutput.h"
 #include "platform/LocalTime.h"
 #include "platform/Mutex.h"
+#include "platform/StopDelay.h"
 #include "platform/ThreadId.h"
 
 namespace System::Diagnostics {
@@ -249,6 +250,8 @@ unsigned FLog::RegisteredProcCount() {
 void FLog::PrintProc(void* user, unsigned severity, std::uint64_t, char const* name, unsigned threadId,
                      long time, char const* context, char const* text) {
     auto* const stream = static_cast<std::FILE*>(user);
+    // The stream has a lock of its own, which a thread that is stopped here would keep.
+    StopDelay const delay;
     // A stream that fails goes unnoticed: there is no better place to tell it than the log itself.
     std::fprintf(stream, kLineFormat, TagOf(severity), threadId, LineTime(time).text, name, context, text);
     std::fflush(stream);

@@ -14,6 +14,7 @@
 
 #include "platform/ProcessEpoch.h"
 #include "platform/Retry.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -119,6 +120,7 @@ void AppendFile::Follow() {
     if (!isInherited && now < m_NextLookNs && m_Size < m_NextLookSize) {
         return;
     }
+    StopDelay const delay;
     bool const isElsewhere = isInherited || !IsUnderItsName();
     // Who holds the lock is just making the new file; until then the old one takes the lines.
     if (isElsewhere && (isInherited || !IsLockedByOther(m_File.Get(), LOCK_SH))) {
@@ -183,6 +185,7 @@ void AppendFile::TakeBack(std::size_t written) {
 }
 
 void AppendFile::Rotate(std::string_view firstLine) {
+    StopDelay const delay;
     m_NextLookNs = 0;
     if (m_Epoch != ProcessEpoch() || IsLockedByOther(m_File.Get(), LOCK_EX)) {
         // Someone else is at it, or this description is not ours alone: the next line goes on from here.
