@@ -40,6 +40,10 @@ std::int64_t Clock::MonotonicNs() {
     return Read(CLOCK_MONOTONIC);
 }
 
+std::int64_t Clock::CoarseNs() {
+    return Read(CLOCK_MONOTONIC_COARSE);
+}
+
 void Clock::ReplaceTickCount(std::uint32_t (*source)()) {
     s_TickCount = source != nullptr ? source : RealTickCount;
 }

@@ -14,7 +14,9 @@ namespace {
 
 constexpr std::int64_t kNsPerSecond = 1'000'000'000;
 
-int Operation(int operation, bool isShared) { return isShared ? operation : operation | FUTEX_PRIVATE_FLAG; }
+int Operation(int operation, bool isShared) {
+    return isShared ? operation : operation | FUTEX_PRIVATE_FLAG;
+}
 
 }  // namespace
 

@@ -123,16 +123,16 @@ int CheckIdentity(int descriptor, std::string const& path, bool isShared, std::u
     return 0;
 }
 
-int Reserve(int descriptor, std::uint64_t bytes) {
+int Reserve(int descriptor, std::uint64_t offset, std::uint64_t bytes) {
     if (bytes == 0) {
         return 0;
     }
     auto const length = static_cast<off_t>(bytes);
-    return RetryOnInterrupt([&] { return ::fallocate(descriptor, 0, 0, length); }) == 0 ? 0 : errno;
+    return RetryOnInterrupt([&] { return ::fallocate(descriptor, 0, static_cast<off_t>(offset), length); }) == 0 ? 0 : errno;
 }
 
 int ReserveNew(int descriptor, std::uint64_t bytes) {
-    int const error = Reserve(descriptor, bytes);
+    int const error = Reserve(descriptor, 0, bytes);
     // The C library can write the zeros itself where the file system can't reserve; only into a file that
     // nobody else has mapped yet, since it would overwrite what they write.
     return error == EOPNOTSUPP ? ::posix_fallocate(descriptor, 0, static_cast<off_t>(bytes)) : error;
@@ -341,7 +341,7 @@ int NamedObject::SizeLocked(Request const& request, std::uint64_t existing) {
         if (existing < request.size) {
             return EINVAL;
         }
-        int const error = Reserve(m_State->descriptor, request.reserve);
+        int const error = Reserve(m_State->descriptor, 0, request.reserve);
         return error == EOPNOTSUPP ? 0 : error;
     }
     // To 0 first: what a crash left in the file must not be read by its next users.
@@ -440,11 +440,14 @@ void NamedObject::LeaveFile() {
     FileLock::Release(file, 0, 0);
 }
 
-int NamedObject::ReserveUpTo(std::uint64_t bytes) {
+int NamedObject::ReserveRange(std::uint64_t offset, std::uint64_t bytes) {
     if (!IsOpen()) {
         return EBADF;
     }
-    return Reserve(m_State->descriptor, bytes < m_Size ? bytes : m_Size);
+    if (offset > m_Size || bytes > m_Size - offset) {
+        return EINVAL;
+    }
+    return Reserve(m_State->descriptor, offset, bytes);
 }
 
 bool NamedObject::IsAlive(unsigned participant) const {

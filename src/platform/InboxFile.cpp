@@ -1,0 +1,85 @@
+#include "platform/InboxFile.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+
+namespace System::Platform {
+
+namespace {
+
+constexpr std::string_view kPrefix = ".inbox_";
+constexpr int kNumberDigits = 5;
+static_assert(kMaxInboxNumber <= 0xFFFFF);
+
+}  // namespace
+
+std::string InboxFileName(std::uint32_t number) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string name(kPrefix);
+    for (int digit = kNumberDigits - 1; digit >= 0; --digit) {
+        name += kDigits[number >> (4 * digit) & 0xF];
+    }
+    return name;
+}
+
+std::uint32_t NumberOfInboxFile(char const* name) {
+    std::string_view const text(name);
+    std::uint32_t number = 0;
+    if (text.size() != kPrefix.size() + kNumberDigits || !text.starts_with(kPrefix)) {
+        return 0;
+    }
+    auto const [end, error] =
+        std::from_chars(text.data() + kPrefix.size(), text.data() + text.size(), number, 16);
+    return error == std::errc() && end == text.data() + text.size() ? number : 0;
+}
+
+int InboxFile::Create(std::uint32_t number) {
+    NamedObject object;
+    int error = object.Open(SharedPlace(), InboxFileName(number), kInboxSize, kInboxPage, Kind::kInbox);
+    if (error != 0) {
+        return error;
+    }
+    if (!object.IsCreator()) {
+        return EEXIST;
+    }
+    for (std::size_t const offset : {kSentOffset, kPostedOffset}) {
+        error = object.ReserveRange(offset, kInboxPage);
+        if (error != 0) {
+            return error;
+        }
+    }
+    auto& rec = *reinterpret_cast<InboxRec*>(object.Data());
+    rec.head = {kInboxSignature, kInboxVersion, number, object.Participant(), 0};
+    rec.posted.limit = kFirstLimit;
+    rec.sent.limit = kFirstLimit;
+    m_Object = std::move(object);
+    return 0;
+}
+
+void InboxFile::RemoveName(std::uint32_t number) {
+    std::string const path = SharedPlace().directory + "/" + InboxFileName(number);
+    static_cast<void>(::unlink(path.c_str()));
+}
+
+int InboxFile::Open(std::uint32_t number) {
+    NamedObject object;
+    int const error = object.OpenExisting(SharedPlace(), InboxFileName(number), kInboxSize, Kind::kInbox);
+    if (error != 0) {
+        return error == ENOENT ? ESRCH : error;
+    }
+    auto const& rec = *reinterpret_cast<InboxRec const*>(object.Data());
+    // The owner closes before it removes the file, so that a file without a head is one that is being made.
+    if (rec.head.signature != kInboxSignature || rec.head.version != kInboxVersion) {
+        return ESRCH;
+    }
+    m_Object = std::move(object);
+    DisownShared(Rec().posted.lock, m_Object);
+    DisownShared(Rec().sent.lock, m_Object);
+    return 0;
+}
+
+}  // namespace System::Platform
