@@ -17,6 +17,30 @@ namespace {
 
 constexpr long kNsPerSecond = 1'000'000'000;
 
+timespec ToTimespec(std::int64_t ns) {
+    return {ns / kNsPerSecond, ns % kNsPerSecond};
+}
+
+#ifdef __SANITIZE_THREAD__
+// ThreadSanitizer does not watch the call that waits by the monotonic clock, and so what the mutex guards
+// would look like a race. It watches the one that waits by the wall clock.
+int LockUntil(pthread_mutex_t& mutex, Deadline const& deadline) {
+    int error = ETIMEDOUT;
+    do {
+        timespec now;
+        static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
+        timespec const until = ToTimespec(now.tv_sec * kNsPerSecond + now.tv_nsec + deadline.LeftNs());
+        error = ::pthread_mutex_timedlock(&mutex, &until);
+    } while (error == ETIMEDOUT && !deadline.HasPassed());
+    return error;
+}
+#else
+int LockUntil(pthread_mutex_t& mutex, Deadline const& deadline) {
+    timespec const until = ToTimespec(deadline.Ns());
+    return ::pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until);
+}
+#endif
+
 }  // namespace
 
 // What the calling thread holds, so that a forked child can take it over for its only thread before anything
@@ -125,9 +149,7 @@ LockResult Mutex::Wait(std::int64_t timeoutMs) noexcept {
     if (timeoutMs < 0) {
         return Interpret(::pthread_mutex_lock(&m_Native));
     }
-    Deadline const deadline(timeoutMs);
-    timespec const until{deadline.Ns() / kNsPerSecond, deadline.Ns() % kNsPerSecond};
-    return Interpret(::pthread_mutex_clocklock(&m_Native, CLOCK_MONOTONIC, &until));
+    return Interpret(LockUntil(m_Native, Deadline(timeoutMs)));
 }
 
 // The kernel marks the locks of a thread that ends. A thread of the parent that does not exist in a forked
