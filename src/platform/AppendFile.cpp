@@ -46,6 +46,11 @@ void Unlock(int file) {
     static_cast<void>(::flock(file, LOCK_UN));
 }
 
+bool HasAName(int file) {
+    struct stat status {};
+    return ::fstat(file, &status) == 0 && status.st_nlink > 0;
+}
+
 iovec PieceOf(std::string_view text) {
     return {const_cast<char*>(text.data()), text.size()};
 }
@@ -199,11 +204,11 @@ void AppendFile::Rotate(std::string_view firstLine) {
         old = Adopt(std::move(file));
     } else {
         if (isRenamed) {
-            // No descriptor or no room for another file: back to where we were. The next look tells whether.
+            // No descriptor or no room for another file: back to where we were, if the name is still free.
             static_cast<void>(
                 ::renameat2(Base(), m_OlderPath.c_str(), Base(), m_Path.c_str(), RENAME_NOREPLACE));
         }
-        if (isOurs && !IsUnderItsName()) {
+        if (!HasAName(m_File.Get())) {
             m_File.Reset();
             return;
         }

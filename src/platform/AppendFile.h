@@ -44,8 +44,8 @@ public:
 
     /// Renames the file to the older name, whose file it replaces, and begins a new one with `firstLine`. If
     /// the renaming fails, `firstLine` and all later lines go to the same file, and nothing is lost. If
-    /// another process was faster, its new file is taken and nothing renamed. Closed afterwards if the file
-    /// could not be opened again and is not under its name any more.
+    /// another process was faster, its new file is taken and nothing renamed. Closed afterwards if no
+    /// file could be opened and the one at hand has no name any more.
     void Rotate(std::string_view firstLine);
 
 private:

@@ -1,0 +1,129 @@
+#include "platform/CodePageUtf8.h"
+
+#include <strings.h>
+
+#include <cstddef>
+
+namespace System::Platform {
+
+namespace {
+
+constexpr std::uint32_t kReplacement = 0xFFFD;
+constexpr std::uint32_t kFirstBeyondUnits = 0x10000;
+
+bool IsSurrogate(std::uint32_t value) {
+    return (value & 0xF800U) == 0xD800U;
+}
+bool IsHighSurrogate(std::uint32_t value) {
+    return (value & 0xFC00U) == 0xD800U;
+}
+bool IsLowSurrogate(std::uint32_t value) {
+    return (value & 0xFC00U) == 0xDC00U;
+}
+
+std::size_t LengthOf(std::uint32_t value) {
+    return value < 0x80 ? 1 : value < 0x800 ? 2 : value < kFirstBeyondUnits ? 3 : 4;
+}
+
+struct CodePoint {
+    std::uint32_t value;
+    std::size_t length;
+};
+
+// A malformed byte reads as one U+FFFD.
+CodePoint ReadStrict(std::uint8_t const* in, std::uint8_t const* inEnd) {
+    constexpr CodePoint kMalformed{kReplacement, 1};
+    std::uint32_t const lead = *in;
+    if (lead < 0x80) {
+        return {lead, 1};
+    }
+    std::size_t const length = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    if (length == 0 || static_cast<std::size_t>(inEnd - in) < length) {
+        return kMalformed;
+    }
+    std::uint32_t value = lead & (0xFFU >> (length + 1));
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((in[i] & 0xC0) != 0x80) {
+            return kMalformed;
+        }
+        value = value << 6 | (in[i] & 0x3FU);
+    }
+    bool const isGood = LengthOf(value) == length && value < 0x110000 && !IsSurrogate(value);
+    return isGood ? CodePoint{value, length} : kMalformed;
+}
+
+void Write(std::uint32_t value, std::size_t length, std::uint8_t* out) {
+    if (length == 1) {
+        *out = static_cast<std::uint8_t>(value);
+        return;
+    }
+    for (std::size_t i = length - 1; i > 0; --i, value >>= 6) {
+        out[i] = static_cast<std::uint8_t>(0x80 | (value & 0x3F));
+    }
+    out[0] = static_cast<std::uint8_t>(0xF00U >> length | value);
+}
+
+void Store(std::uint8_t*& out, std::uint32_t unit) {
+    *out++ = static_cast<std::uint8_t>(unit);
+    *out++ = static_cast<std::uint8_t>(unit >> 8);
+}
+
+std::uint32_t Load(std::uint8_t const* in) {
+    return static_cast<std::uint32_t>(in[0] | in[1] << 8);
+}
+
+}  // namespace
+
+bool IsUtf8Name(std::string const& name) {
+    return ::strcasecmp(name.c_str(), "UTF-8") == 0 || ::strcasecmp(name.c_str(), "UTF8") == 0;
+}
+
+bool DecodeUtf8(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
+                std::uint8_t* outEnd) {
+    while (in != inEnd) {
+        auto const [value, length] = ReadStrict(in, inEnd);
+        bool const isPair = value >= kFirstBeyondUnits;
+        if (outEnd - out < (isPair ? 4 : 2)) {
+            return false;
+        }
+        if (isPair) {
+            std::uint32_t const offset = value - kFirstBeyondUnits;
+            Store(out, 0xD800U | offset >> 10);
+            Store(out, 0xDC00U | (offset & 0x3FFU));
+        } else {
+            Store(out, value);
+        }
+        in += length;
+    }
+    return true;
+}
+
+bool EncodeUtf8(std::uint8_t const*& in, std::uint8_t const* inEnd, bool last, std::uint8_t*& out,
+                std::uint8_t* outEnd) {
+    while (in != inEnd) {
+        std::uint32_t value = Load(in);
+        std::size_t used = 2;
+        if (IsSurrogate(value)) {
+            bool const isAtEnd = inEnd - in < 4;
+            if (isAtEnd && IsHighSurrogate(value) && !last) {
+                return true;
+            }
+            if (!isAtEnd && IsHighSurrogate(value) && IsLowSurrogate(Load(in + 2))) {
+                value = kFirstBeyondUnits + ((value & 0x3FFU) << 10) + (Load(in + 2) & 0x3FFU);
+                used = 4;
+            } else {
+                value = '?';
+            }
+        }
+        std::size_t const length = LengthOf(value);
+        if (static_cast<std::size_t>(outEnd - out) < length) {
+            return false;
+        }
+        Write(value, length, out);
+        out += length;
+        in += used;
+    }
+    return true;
+}
+
+}  // namespace System::Platform

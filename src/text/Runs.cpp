@@ -1,0 +1,46 @@
+#include "text/Runs.h"
+
+#include <atomic>
+
+namespace System::Text {
+
+namespace {
+
+// Stands for "not asked yet"; never called.
+constexpr Runs kUndecided{};
+constinit std::atomic<Runs const*> s_Current{&kUndecided};
+
+Runs const* RunsOf(RunLevel level) {
+    switch (level) {
+        case RunLevel::kRule:
+            return nullptr;
+        default:
+            return &kPortableRuns;
+    }
+}
+
+}  // namespace
+
+RunLevel BestRunLevel() {
+    return RunLevel::kPortable;
+}
+
+// Relaxed, and decided twice if two threads come at once: both find the same constant table.
+Runs const* CurrentRuns() {
+    Runs const* runs = s_Current.load(std::memory_order_relaxed);
+    if (runs == &kUndecided) [[unlikely]] {
+        runs = RunsOf(BestRunLevel());
+        s_Current.store(runs, std::memory_order_relaxed);
+    }
+    return runs;
+}
+
+bool SetRunLevel(RunLevel level) {
+    if (level > BestRunLevel()) {
+        return false;
+    }
+    s_Current.store(RunsOf(level), std::memory_order_relaxed);
+    return true;
+}
+
+}  // namespace System::Text

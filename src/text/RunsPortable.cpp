@@ -1,0 +1,18 @@
+#include "text/RunsPortable.h"
+
+namespace System::Text {
+
+constinit Runs const kPortableRuns = {
+    .utf8ToUnits = Portable::Utf8ToUnits,
+    .unitsToUtf8 = Portable::UnitsToUtf8,
+    .unitsToHex = Portable::UnitsToHex,
+    .hexToUnits = Portable::HexToUnits,
+    .copyAscii = Portable::CopyAscii,
+    .copyAsciiNoNul = Portable::CopyAsciiNoNul,
+    .copyGsmPlain = Portable::CopyGsmPlain,
+    .latin1ToUnits = Portable::Latin1ToUnits,
+    .unitsToLatin1 = Portable::UnitsToLatin1,
+    .isHex = Portable::IsHex,
+};
+
+}  // namespace System::Text
