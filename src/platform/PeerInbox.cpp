@@ -94,7 +94,7 @@ int PeerInbox::Push(RingRec& ring, RingSender sender, std::size_t offset, SlotRe
     ReleaseShared(ring.lock);
     CORVALEN_FAULT("inbox.push.unlocked");
     if (error == 0) {
-        Signal();
+        Signal(kSignalAsleep | kSignalArmed);
     }
     return error;
 }
@@ -125,7 +125,8 @@ bool PeerInbox::Reply(std::uint32_t slot, std::uint32_t tag, ReplyState state, s
         return false;
     }
     CORVALEN_FAULT("inbox.reply.published");
-    Signal();
+    // Who waits for an answer sleeps on its inbox and does not poll.
+    Signal(kSignalAsleep);
     return true;
 }
 
@@ -134,24 +135,24 @@ bool PeerInbox::Reply(std::uint32_t slot, std::uint32_t tag, ReplyState state, s
 // that is only about to sleep does not, also if we die in between. Afterwards the bits are taken back, so that further
 // senders need not wake it again; but only if the word is as we left it: an owner that has meanwhile gone to sleep
 // anew has set them for its next sleep.
-void PeerInbox::Signal() {
+void PeerInbox::Signal(std::uint32_t bits) {
     std::atomic_thread_fence(std::memory_order_seq_cst);
     std::uint32_t& word = m_File.Rec().signal.word;
     std::atomic_ref<std::uint32_t> const signal(word);
     std::uint32_t seen = signal.load(std::memory_order_relaxed);
-    if ((seen & (kSignalAsleep | kSignalArmed)) == 0) [[likely]] {
+    if ((seen & bits) == 0) [[likely]] {
         return;
     }
     seen = signal.fetch_add(kSignalStep) + kSignalStep;
     CORVALEN_FAULT("inbox.signal.counted");
-    if ((seen & kSignalArmed) != 0) {
+    if ((seen & bits & kSignalArmed) != 0) {
         RingOwnersBell();
     }
     if ((seen & kSignalAsleep) != 0) {
         FutexWake(word, 1, true);
     }
     CORVALEN_FAULT("inbox.signal.woken");
-    signal.compare_exchange_strong(seen, seen & ~static_cast<std::uint32_t>(kSignalAsleep | kSignalArmed));
+    signal.compare_exchange_strong(seen, seen & ~bits);
 }
 
 void PeerInbox::RingOwnersBell() {

@@ -43,7 +43,7 @@ public:
 
 private:
     int Push(RingRec& ring, RingSender sender, std::size_t offset, SlotRec const& message, SlotPlace& place);
-    void Signal();
+    void Signal(std::uint32_t bits);
     void RingOwnersBell();
 
     InboxFile m_File;

@@ -273,8 +273,9 @@ TEST(MessageQueue, HasADescriptorThatIsReadableExactlyWhileMessagesWait) {
     MessageQueue& queue = MessageQueue::Current();
     int const descriptor = queue.Descriptor();
     ASSERT_GE(descriptor, 0);
-    EXPECT_FALSE(IsReadable(descriptor));
     Message message;
+    EXPECT_FALSE(queue.Peek(message));
+    EXPECT_FALSE(IsReadable(descriptor));
     for (int round = 0; round < 3; ++round) {
         std::thread([&] {
             PostToWindow(window.id, 1, 1, 0);
