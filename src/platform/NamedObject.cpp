@@ -14,8 +14,9 @@
 
 #include "platform/Clock.h"
 #include "platform/FaultPoint.h"
+#include "platform/FileDescriptor.h"
 #include "platform/FileLock.h"
-#include "platform/Retry.h"
+#include "platform/ObjectFile.h"
 #include "platform/StopDelay.h"
 
 namespace System::Platform {
@@ -28,15 +29,9 @@ constexpr std::int64_t kOpeningByte = 0;
 constexpr std::int64_t kBytesOfKind = 65536;
 constexpr std::int64_t kKinds = 4;
 constexpr std::int64_t kOpeningLimitMs = 4000;
-constexpr int kOpenFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-constexpr int kTryAgain = -1;  // the file went away while it was being opened
 
 std::int64_t ByteOf(Kind kind, unsigned participant) {
     return static_cast<std::int64_t>(kind) * kBytesOfKind + participant;
-}
-
-bool IsShared(Place const& place) {
-    return (place.mode & (S_IRWXG | S_IRWXO)) != 0;
 }
 
 // Sleeps for the `look`-th time between two looks at a lock that the kernel can't wait for with a limit.
@@ -55,87 +50,6 @@ int TakeOpeningLock(int descriptor, std::int64_t untilNs) {
         }
         PauseBeforeLook(look);
     }
-}
-
-// Mode 01777 for what we make; a directory that is there already is taken as it is.
-void MakeDirectories(std::string const& path) {
-    constexpr mode_t kEverybodysOwn = 01777;
-    for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
-        std::string const part = path.substr(0, end);
-        if (::mkdir(part.c_str(), kEverybodysOwn) == 0) {
-            // Past the umask. If it fails, others will see why when they create a file there.
-            static_cast<void>(::chmod(part.c_str(), kEverybodysOwn));
-        }
-        if (end == std::string::npos) {
-            return;
-        }
-    }
-}
-
-// A new file appears under its name only with its mode set, so that no other user is refused meanwhile.
-// Returns -1 with errno; a file system or a container that can't do it says so.
-int CreateComplete(Place const& place, std::string const& path) {
-    int const file = ::open(place.directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, place.mode);
-    if (file < 0) {
-        return -1;
-    }
-    std::string const self = "/proc/self/fd/" + std::to_string(file);
-    if (::fchmod(file, place.mode) == 0 &&
-        ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-        return file;
-    }
-    int const error = errno;
-    static_cast<void>(::close(file));
-    errno = error;
-    return -1;
-}
-
-int CreateFile(Place const& place, std::string const& path) {
-    int const complete = CreateComplete(place, path);
-    if (complete >= 0 || errno == EEXIST || errno == ENOSPC || errno == EMFILE || errno == ENFILE) {
-        return complete;
-    }
-    int const file = ::open(path.c_str(), kOpenFlags | O_CREAT | O_EXCL, place.mode);
-    if (file >= 0) {
-        static_cast<void>(::fchmod(file, place.mode));
-    }
-    return file;
-}
-
-// 0, an errno value, or kTryAgain if `path` does not lead to the open file any more.
-int CheckIdentity(int descriptor, std::string const& path, bool isShared, std::uint64_t& size) {
-    struct stat open {};
-    struct stat named {};
-    if (::fstat(descriptor, &open) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(open.st_mode)) {
-        return EINVAL;
-    }
-    if (::lstat(path.c_str(), &named) != 0 || named.st_ino != open.st_ino || named.st_dev != open.st_dev) {
-        return kTryAgain;
-    }
-    // A second name for the file is nothing of ours, and a private place holds only what its user made.
-    if (open.st_nlink != 1 || (!isShared && open.st_uid != ::geteuid())) {
-        return EACCES;
-    }
-    size = static_cast<std::uint64_t>(open.st_size);
-    return 0;
-}
-
-int Reserve(int descriptor, std::uint64_t offset, std::uint64_t bytes) {
-    if (bytes == 0) {
-        return 0;
-    }
-    auto const length = static_cast<off_t>(bytes);
-    return RetryOnInterrupt([&] { return ::fallocate(descriptor, 0, static_cast<off_t>(offset), length); }) == 0 ? 0 : errno;
-}
-
-int ReserveNew(int descriptor, std::uint64_t bytes) {
-    int const error = Reserve(descriptor, 0, bytes);
-    // The C library can write the zeros itself where the file system can't reserve; only into a file that
-    // nobody else has mapped yet, since it would overwrite what they write.
-    return error == EOPNOTSUPP ? ::posix_fallocate(descriptor, 0, static_cast<off_t>(bytes)) : error;
 }
 
 // Where the search for a free number starts: spread, so that a thousand holders do not walk over each other.
@@ -259,8 +173,8 @@ int NamedObject::Attach(Request const& request, std::string_view fileName, Kind 
     m_State->kind = kind;
     m_State->path = request.place.directory + "/" + std::string(fileName);
     std::int64_t const untilNs = Clock::MonotonicNs() + kOpeningLimitMs * Deadline::kNsPerMs;
-    int error = kTryAgain;
-    while (error == kTryAgain) {
+    int error = ObjectFile::kTryAgain;
+    while (error == ObjectFile::kTryAgain) {
         error = Clock::MonotonicNs() < untilNs ? AttachOnce(request, untilNs) : EAGAIN;
         if (error != 0) {
             HolderList::Close(*m_State);
@@ -291,23 +205,24 @@ int NamedObject::AttachOnce(Request const& request, std::int64_t untilNs) {
 
 int NamedObject::OpenFile(Request const& request) {
     std::string const& path = m_State->path;
-    int error = HolderList::Fill(*m_State, [&] { return ::open(path.c_str(), kOpenFlags); });
+    int error = HolderList::Fill(*m_State, [&] { return ObjectFile::Open(path); });
     if (error != ENOENT || !request.mayCreate) {
         return error;
     }
-    error = HolderList::Fill(*m_State, [&] { return CreateFile(request.place, path); });
-    if (error == ENOENT && IsShared(request.place)) {
-        MakeDirectories(request.place.directory);
-        error = HolderList::Fill(*m_State, [&] { return CreateFile(request.place, path); });
+    error = HolderList::Fill(*m_State, [&] { return ObjectFile::Create(request.place, path); });
+    if (error == ENOENT && ObjectFile::IsShared(request.place)) {
+        ObjectFile::MakeDirectories(request.place.directory);
+        error = HolderList::Fill(*m_State, [&] { return ObjectFile::Create(request.place, path); });
     }
-    return error == EEXIST ? kTryAgain : error;
+    return error == EEXIST ? ObjectFile::kTryAgain : error;
 }
 
 // Under the opening lock: nobody else comes or goes. A death here leaves a file without a holder, which the
 // next opener treats as new.
 int NamedObject::JoinLocked(Request const& request) {
     std::uint64_t existing = 0;
-    int error = CheckIdentity(m_State->descriptor, m_State->path, IsShared(request.place), existing);
+    int error = ObjectFile::CheckIdentity(m_State->descriptor, m_State->path,
+                                          ObjectFile::IsShared(request.place), existing);
     if (error != 0) {
         return error;
     }
@@ -329,7 +244,7 @@ int NamedObject::JoinLocked(Request const& request) {
     }
     if (error != 0) {
         Unmap();
-        if (m_IsCreator) {
+        if (m_IsCreator && error != ObjectFile::kTryAgain) {
             RemoveFileLocked();
         }
     }
@@ -341,7 +256,7 @@ int NamedObject::SizeLocked(Request const& request, std::uint64_t existing) {
         if (existing < request.size) {
             return EINVAL;
         }
-        int const error = Reserve(m_State->descriptor, 0, request.reserve);
+        int const error = ObjectFile::Reserve(m_State->descriptor, 0, request.reserve);
         return error == EOPNOTSUPP ? 0 : error;
     }
     // To 0 first: what a crash left in the file must not be read by its next users.
@@ -351,7 +266,7 @@ int NamedObject::SizeLocked(Request const& request, std::uint64_t existing) {
     }
     // The file of a crash may be another user's, who has set the mode already.
     static_cast<void>(::fchmod(m_State->descriptor, request.place.mode));
-    return ReserveNew(m_State->descriptor, request.reserve);
+    return ObjectFile::ReserveNew(m_State->descriptor, request.reserve);
 }
 
 int NamedObject::TakeParticipant() {
@@ -370,11 +285,22 @@ int NamedObject::TakeParticipant() {
     return EUSERS;
 }
 
+// Through a descriptor of its own: a mapping keeps its open file, and with it the locks, alive in a forked
+// child that has closed all descriptors.
 int NamedObject::Map(std::uint64_t size) {
     if (size == 0) {
         return EINVAL;
     }
-    void* const data = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_State->descriptor, 0);
+    std::lock_guard const noFork(HolderList::s_Mutex);
+    FileDescriptor const file(ObjectFile::Open(m_State->path));
+    if (!file.IsOpen()) {
+        return errno;
+    }
+    std::uint64_t ignored = 0;
+    if (int const error = ObjectFile::CheckIdentity(file.Get(), m_State->path, true, ignored); error != 0) {
+        return error;
+    }
+    void* const data = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
     if (data == MAP_FAILED) {
         return errno;
     }
@@ -431,7 +357,7 @@ void NamedObject::LeaveFile() {
     if (TakeOpeningLock(file, untilNs) == 0) {
         CORVALEN_FAULT("object.close.locked");
         std::uint64_t ignored = 0;
-        if (!HasOtherHolders(false) && CheckIdentity(file, m_State->path, true, ignored) == 0) {
+        if (!HasOtherHolders(false) && ObjectFile::CheckIdentity(file, m_State->path, true, ignored) == 0) {
             RemoveFileLocked();
             CORVALEN_FAULT("object.close.removed");
         }
@@ -447,7 +373,7 @@ int NamedObject::ReserveRange(std::uint64_t offset, std::uint64_t bytes) {
     if (offset > m_Size || bytes > m_Size - offset) {
         return EINVAL;
     }
-    return Reserve(m_State->descriptor, offset, bytes);
+    return ObjectFile::Reserve(m_State->descriptor, offset, bytes);
 }
 
 bool NamedObject::IsAlive(unsigned participant) const {

@@ -64,7 +64,9 @@ public:
     [[nodiscard]] std::uint64_t Size() const { return m_Size; }
     /// Puts memory behind the first `bytes` bytes, at most Size(). 0 or ENOSPC, ENOMEM, EBADF in a forked
     /// child.
-    [[nodiscard]] int ReserveUpTo(std::uint64_t bytes) { return ReserveRange(0, bytes); }
+    [[nodiscard]] int ReserveUpTo(std::uint64_t bytes) {
+        return ReserveRange(0, bytes < m_Size ? bytes : m_Size);
+    }
     /// The same for `bytes` bytes from `offset` on; EINVAL if they lie outside.
     [[nodiscard]] int ReserveRange(std::uint64_t offset, std::uint64_t bytes);
 
