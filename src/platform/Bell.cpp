@@ -5,12 +5,15 @@
 
 #include <cerrno>
 
+#include "platform/InboxFile.h"
 #include "platform/NamedObject.h"
 #include "platform/Retry.h"
 
 namespace System::Platform {
 
 namespace {
+
+constexpr std::string_view kPrefix = ".bell_";
 
 std::string PathOf(std::uint32_t inboxNumber) {
     return SharedPlace().directory + "/" + BellFileName(inboxNumber);
@@ -37,12 +40,11 @@ int OpenBothEnds(std::string const& path, FileDescriptor& bell) {
 }  // namespace
 
 std::string BellFileName(std::uint32_t inboxNumber) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string name = ".bell_";
-    for (int shift = 16; shift >= 0; shift -= 4) {
-        name += kDigits[inboxNumber >> shift & 0xF];
-    }
-    return name;
+    return FileNameOfNumber(kPrefix, inboxNumber);
+}
+
+std::uint32_t NumberOfBellFile(char const* name) {
+    return NumberInFileName(kPrefix, name);
 }
 
 int CreateBell(std::uint32_t inboxNumber, FileDescriptor& bell) {

@@ -11,6 +11,8 @@ namespace System::Platform {
 // descriptor. Only an owner that asked for its descriptor has one.
 
 std::string BellFileName(std::uint32_t inboxNumber);
+/// The number in the name of a bell; 0 if `name` is not one.
+std::uint32_t NumberOfBellFile(char const* name);
 
 /// Makes the FIFO and opens both its ends; 0 or errno.
 int CreateBell(std::uint32_t inboxNumber, FileDescriptor& bell);

@@ -17,24 +17,31 @@ static_assert(kMaxInboxNumber <= 0xFFFFF);
 
 }  // namespace
 
-std::string InboxFileName(std::uint32_t number) {
+std::string FileNameOfNumber(std::string_view prefix, std::uint32_t number) {
     constexpr char kDigits[] = "0123456789abcdef";
-    std::string name(kPrefix);
+    std::string name(prefix);
     for (int digit = kNumberDigits - 1; digit >= 0; --digit) {
         name += kDigits[number >> (4 * digit) & 0xF];
     }
     return name;
 }
 
-std::uint32_t NumberOfInboxFile(char const* name) {
-    std::string_view const text(name);
+std::uint32_t NumberInFileName(std::string_view prefix, std::string_view name) {
     std::uint32_t number = 0;
-    if (text.size() != kPrefix.size() + kNumberDigits || !text.starts_with(kPrefix)) {
+    if (name.size() != prefix.size() + kNumberDigits || !name.starts_with(prefix)) {
         return 0;
     }
     auto const [end, error] =
-        std::from_chars(text.data() + kPrefix.size(), text.data() + text.size(), number, 16);
-    return error == std::errc() && end == text.data() + text.size() ? number : 0;
+        std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number, 16);
+    return error == std::errc() && end == name.data() + name.size() ? number : 0;
+}
+
+std::string InboxFileName(std::uint32_t number) {
+    return FileNameOfNumber(kPrefix, number);
+}
+
+std::uint32_t NumberOfInboxFile(char const* name) {
+    return NumberInFileName(kPrefix, name);
 }
 
 int InboxFile::Create(std::uint32_t number) {

@@ -2,11 +2,17 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/InboxRing.h"
 #include "platform/NamedObject.h"
 
 namespace System::Platform {
+
+/// The file names of inboxes and of what belongs to them: `prefix` and the number in five hexadecimal digits.
+std::string FileNameOfNumber(std::string_view prefix, std::uint32_t number);
+/// The number behind `prefix` in such a name; 0 if `name` is not one.
+std::uint32_t NumberInFileName(std::string_view prefix, std::string_view name);
 
 std::string InboxFileName(std::uint32_t number);
 /// The number in the name of an inbox file; 0 if `name` is not one.

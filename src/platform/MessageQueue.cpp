@@ -1,9 +1,5 @@
 #include "corvalen/platform/MessageQueue.h"
 
-#include <pthread.h>
-
-#include <cstdlib>
-
 #include "platform/ProcessEpoch.h"
 #include "platform/ThreadQueue.h"
 
@@ -13,55 +9,41 @@ struct MessageQueue::State {
     ThreadQueue queue;
 };
 
-// Makes a thread's queue and ends it with the thread, also with one that is ended by force, whose stack is
-// not unwound: a key's destructor runs for it all the same.
+// Makes a thread's queue, and ends it with the thread: a destructor of the thread's own runs also for one
+// that is ended by force, and for the main thread when the process exits.
 struct MessageQueueOwner {
-    MessageQueueOwner() {
-        // Without a key (a process has a thousand) queues would outlive their threads until the process ends.
-        m_HasKey = ::pthread_key_create(&m_Key, End) == 0;
+    ~MessageQueueOwner() {
+        // What a forked child inherits is its parent's; the parent ends it.
+        if (queue != nullptr && queue->m_State->queue.Epoch() == ProcessEpoch()) {
+            delete queue;
+        }
+        queue = nullptr;
     }
 
     MessageQueue& Current() {
-        MessageQueue* queue = t_Queue;
-        if (queue != nullptr && queue->m_State->queue.Epoch() == ProcessEpoch()) [[likely]] {
-            return *queue;
-        }
-        // What a forked child inherits is its parent's; the parent ends it, not the child.
-        queue = new MessageQueue;
-        t_Queue = queue;
-        if (m_HasKey) {
-            static_cast<void>(::pthread_setspecific(m_Key, queue));
+        if (queue == nullptr || queue->m_State->queue.Epoch() != ProcessEpoch()) [[unlikely]] {
+            queue = new MessageQueue;
         }
         return *queue;
     }
 
     ThreadQueue& CurrentThreadQueue() { return Current().m_State->queue; }
 
-    static MessageQueueOwner& Instance() {
-        static MessageQueueOwner* const s_Instance = new MessageQueueOwner;
-        return *s_Instance;
-    }
-
-private:
-    static void End(void* queue) {
-        delete static_cast<MessageQueue*>(queue);
-        t_Queue = nullptr;
-    }
-
-    static constinit thread_local MessageQueue* t_Queue;
-
-    pthread_key_t m_Key{};
-    bool m_HasKey;
+    MessageQueue* queue = nullptr;
 };
 
-constinit thread_local MessageQueue* MessageQueueOwner::t_Queue = nullptr;
+namespace {
+
+thread_local MessageQueueOwner t_Owner;
+
+}  // namespace
 
 ThreadQueue& ThreadQueue::Current() {
-    return MessageQueueOwner::Instance().CurrentThreadQueue();
+    return t_Owner.CurrentThreadQueue();
 }
 
 MessageQueue& MessageQueue::Current() {
-    return MessageQueueOwner::Instance().Current();
+    return t_Owner.Current();
 }
 
 MessageQueue::MessageQueue() : m_State(new State) {}

@@ -7,6 +7,7 @@
 #include "platform/Bell.h"
 #include "platform/FaultPoint.h"
 #include "platform/Futex.h"
+#include "platform/InboxSweep.h"
 
 namespace System::Platform {
 
@@ -42,6 +43,7 @@ OwnInbox::~OwnInbox() {
 
 // Numbers are drawn by lot, so that one that was given back is not soon given out again.
 int OwnInbox::Create() {
+    SweepDeadInboxes();
     std::random_device random;
     int error = EAGAIN;
     for (int i = 0; i < kCreateTries; ++i) {
@@ -138,7 +140,8 @@ ReplyState OwnInbox::EndReply(SlotRec const& message, std::uint32_t& result) {
     return static_cast<ReplyState>(word >> 32 & 3);
 }
 
-// Steps the count with the bit, so that a sender that is about to take the last sleep's bit back leaves this one.
+// Steps the count with the bit, so that a sender that is about to take the last sleep's bit back leaves this
+// one.
 std::uint32_t OwnInbox::SetSignal(SignalBits bit) {
     auto const signal = Shared(m_File.Rec().signal.word);
     std::uint32_t seen = signal.load(std::memory_order_relaxed);
@@ -150,7 +153,9 @@ std::uint32_t OwnInbox::SetSignal(SignalBits bit) {
     return next;
 }
 
-std::uint32_t OwnInbox::PrepareSleep() { return SetSignal(kSignalAsleep); }
+std::uint32_t OwnInbox::PrepareSleep() {
+    return SetSignal(kSignalAsleep);
+}
 
 void OwnInbox::Sleep(std::uint32_t prepared, std::int64_t timeoutNs) {
     FutexWait(m_File.Rec().signal.word, prepared, timeoutNs, true);
@@ -160,7 +165,9 @@ void OwnInbox::EndSleep() {
     Shared(m_File.Rec().signal.word).fetch_and(~static_cast<std::uint32_t>(kSignalAsleep));
 }
 
-void OwnInbox::ArmBell() { static_cast<void>(SetSignal(kSignalArmed)); }
+void OwnInbox::ArmBell() {
+    static_cast<void>(SetSignal(kSignalArmed));
+}
 
 void OwnInbox::TellProcessor(std::uint32_t processor) {
     auto told = Shared(m_File.Rec().owner.processor);
