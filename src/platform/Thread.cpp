@@ -27,7 +27,7 @@ namespace System::Platform {
 namespace {
 
 constexpr std::int64_t kPatienceMs = 500;
-constexpr std::int64_t kForceLimitMs = 5000;
+constexpr std::int64_t kForceLimitMs = 10000;
 constexpr std::size_t kMaxNameBytes = 15;
 constexpr int kNiceStep = 5;
 constexpr long kLookNs = 50'000;

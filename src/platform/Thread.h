@@ -36,7 +36,7 @@ public:
     /// Ends the thread wherever it is. Nothing on its stack is destroyed; its thread_local objects are, and
     /// what it had locked is left behind. It goes at once if it runs code of its own or waits in the kernel,
     /// and when it comes out of the C and C++ runtime (whose locks must not stay behind) otherwise, yet after
-    /// half a second there as well. A StopDelay is waited for. False if it still runs after 5 seconds, since
+    /// half a second there as well. A StopDelay is waited for. False if it still runs after 10 seconds, since
     /// it blocks the signal or is stuck in the kernel.
     [[nodiscard]] bool ForceEnd();
 

