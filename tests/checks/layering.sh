@@ -69,6 +69,11 @@ for place in src/*/ include/corvalen/*/; do
     [ -n "${below[$room]+there}" ] || finding "$place: a room that is not drawn in $0"
 done
 
+while IFS= read -r header; do
+    grep -qF "#include \"$header\"" include/corvalen/corvalen.h ||
+        finding "include/corvalen/corvalen.h does not include $header"
+done < <(cd include && find corvalen/*/ -name '*.h')
+
 # Examples are what a host can write: they know the installed headers and their own.
 while IFS= read -r line; do
     file=${line%%:*}
