@@ -1,0 +1,188 @@
+#include "platform/FileSystem.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <iterator>
+#include <string>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Unique.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Support::TemporaryFolder;
+using Support::WriteFile;
+using System::Platform::FileSystem::RemoveFile;
+using System::Platform::FileSystem::RemoveTree;
+
+std::ptrdiff_t EntriesIn(std::string const& folder) {
+    return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+}
+
+// A chain of `levels` directories called "d", with a file and a sub-directory beside each; longer than a path
+// may be.
+void MakeChain(std::string const& top, int levels) {
+    ASSERT_EQ(::mkdir(top.c_str(), 0755), 0);
+    int at = ::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    for (int i = 0; i < levels; ++i) {
+        ASSERT_EQ(::mkdirat(at, "d", 0755), 0);
+        ASSERT_EQ(::mkdirat(at, "beside", 0755), 0);
+        ::close(::openat(at, "file", O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+        int const below = ::openat(at, "d", O_PATH | O_DIRECTORY | O_CLOEXEC);
+        ::close(at);
+        at = below;
+    }
+    ::close(at);
+}
+
+// Lets this process open few more descriptors for as long as it lives.
+class FewDescriptors {
+public:
+    FewDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &m_Before);
+        int const next = ::open("/", O_PATH | O_CLOEXEC);
+        ::close(next);
+        rlimit few = m_Before;
+        few.rlim_cur = static_cast<rlim_t>(next) + 24;
+        ::setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_Before); }
+    FewDescriptors(FewDescriptors const&) = delete;
+    FewDescriptors& operator=(FewDescriptors const&) = delete;
+
+private:
+    rlimit m_Before{};
+};
+
+TEST(RemoveTree, TakesTenThousandEntries) {
+    TemporaryFolder const folder;
+    for (int directory = 0; directory < 10; ++directory) {
+        std::string const path = folder / "tree/" + std::to_string(directory);
+        fs::create_directories(path);
+        for (int file = 0; file < 1000; ++file) {
+            WriteFile(path + "/" + std::to_string(file), "");
+        }
+    }
+    EXPECT_TRUE(RemoveTree((folder / "tree").c_str()));
+    EXPECT_EQ(EntriesIn(folder.Path()), 0);
+}
+
+TEST(RemoveTree, NeedsFewDescriptorsForAThousandLevels) {
+    TemporaryFolder const folder;
+    MakeChain(folder / "tree", 1000);
+    FewDescriptors const few;
+    EXPECT_TRUE(RemoveTree((folder / "tree").c_str()));
+    EXPECT_FALSE(fs::exists(folder / "tree"));
+}
+
+TEST(RemoveTree, LeavesWhatTheLimitOfNamesDoesNotReach) {
+    TemporaryFolder const folder;
+    std::string const tree = folder / "tree";
+    fs::create_directories(tree);
+    WriteFile(tree + "/a\xC3\xA9", "");                     // two units
+    WriteFile(tree + "/\xF0\x9F\x98\x80\xE2\x82\xAC", "");  // three
+    auto const limit = static_cast<unsigned>(tree.size() + 1 + 2);
+    EXPECT_FALSE(RemoveTree(tree.c_str(), limit));
+    EXPECT_EQ(EntriesIn(tree), 1);
+    EXPECT_FALSE(fs::exists(tree + "/a\xC3\xA9"));
+    EXPECT_TRUE(RemoveTree(tree.c_str(), limit + 1));
+}
+
+TEST(RemoveTree, RemovesLinksAndNotWhatTheyLeadTo) {
+    TemporaryFolder const folder;
+    fs::create_directories(folder / "tree/sub");
+    fs::create_directories(folder / "kept");
+    WriteFile(folder / "kept/file", "x");
+    fs::create_directory_symlink(folder / "kept", folder / "tree/sub/directory");
+    fs::create_symlink(folder / "kept/file", folder / "tree/file");
+    fs::create_symlink("nowhere", folder / "tree/dangling");
+    EXPECT_TRUE(RemoveTree((folder / "tree").c_str()));
+    EXPECT_EQ(Support::ReadFile(folder / "kept/file"), "x");
+}
+
+TEST(RemoveTree, DoesNotEnterATreeThroughALinkToIt) {
+    TemporaryFolder const folder;
+    fs::create_directories(folder / "kept/sub");
+    fs::create_directory_symlink(folder / "kept", folder / "link");
+    EXPECT_FALSE(RemoveTree((folder / "link").c_str()));
+    EXPECT_FALSE(RemoveTree((folder / "link/").c_str()));
+    EXPECT_TRUE(fs::exists(folder / "link/sub"));
+}
+
+TEST(RemoveTree, IsNotLedAwayByALinkThatIsSwappedInMeanwhile) {
+    constexpr int kDirectories = 100;
+    constexpr int kRounds = 20;
+    TemporaryFolder const folder;
+    fs::create_directories(folder / "kept/sub");
+    WriteFile(folder / "kept/file", "x");
+    fs::create_directories(folder / "links");
+    Support::ChildProcess swapper("SwapLinks",
+                                  {folder / "tree", folder / "links", std::to_string(kDirectories)});
+    ASSERT_TRUE(swapper.Reports("swapping"));
+    for (int round = 0; round < kRounds; ++round) {
+        for (int i = 0; i < kDirectories; ++i) {
+            std::error_code ignored;
+            fs::create_directories(folder / "tree/" + std::to_string(i) + "/sub", ignored);
+            fs::create_directory_symlink(folder / "kept", folder / "links/" + std::to_string(i), ignored);
+        }
+        // It may fail to empty the tree, which someone else fills; it may not leave it.
+        static_cast<void>(RemoveTree((folder / "tree").c_str()));
+        ASSERT_TRUE(fs::exists(folder / "kept/sub"));
+        ASSERT_EQ(Support::ReadFile(folder / "kept/file"), "x");
+    }
+}
+
+TEST(RemoveTree, DoesNotCrossAMount) {
+    TemporaryFolder const folder;
+    fs::create_directories(folder / "outside/sub");
+    fs::create_directories(folder / "doomed/mount");
+    WriteFile(folder / "doomed/file", "");
+    Support::ChildProcess remover("DeleteAcrossMount", {folder.Path()});
+    std::optional<std::string> const report = remover.ReadLine();
+    ASSERT_TRUE(report.has_value());
+    if (*report == "no mounts") {
+        GTEST_SKIP() << "mounting is not allowed here";
+    }
+    EXPECT_EQ(*report, "refused");
+    EXPECT_TRUE(fs::exists(folder / "outside/sub"));
+    EXPECT_FALSE(fs::exists(folder / "doomed/file"));
+}
+
+TEST(RemoveTree, KeepsReadOnlyFilesAndTheDirectoriesAboveThem) {
+    TemporaryFolder const folder;
+    fs::create_directories(folder / "tree/a/b");
+    WriteFile(folder / "tree/a/b/kept", "x");
+    WriteFile(folder / "tree/a/gone", "x");
+    ASSERT_EQ(::chmod((folder / "tree/a/b/kept").c_str(), 0444), 0);
+    EXPECT_FALSE(RemoveTree((folder / "tree").c_str()));
+    EXPECT_TRUE(fs::exists(folder / "tree/a/b/kept"));
+    EXPECT_FALSE(fs::exists(folder / "tree/a/gone"));
+}
+
+struct NoTreeCase {
+    char const* name;
+    char const* path;
+};
+class NoTree : public testing::TestWithParam<NoTreeCase> {};
+
+constexpr NoTreeCase kNoTrees[] = {
+    {"Empty", ""},
+    {"Root", "/"},
+    {"ManySeparators", "///"},
+    {"Missing", "/nonexistent/a"},
+};
+
+TEST_P(NoTree, IsRefused) {
+    EXPECT_FALSE(RemoveTree(GetParam().path));
+    EXPECT_FALSE(RemoveFile(GetParam().path));
+}
+INSTANTIATE_TEST_SUITE_P(, NoTree, testing::ValuesIn(kNoTrees),
+                         [](auto const& row) { return std::string(row.param.name); });
+
+}  // namespace
