@@ -144,7 +144,8 @@ void XmlNode::RemoveChild(XmlNode const& child) const {
 XmlNode XmlNode::Attribute(std::u16string_view name) const {
     XmlNodeState const& state = Require(m_State);
     RequireThat(HasAttributeMap(), XmlError::kPointer);
-    return XmlNode(state.tree->StateOf(state.node, state.node.attribute(Utf8Of(name).c_str())));
+    pugi::xml_attribute const attribute = state.node.attribute(Utf8Of(name).c_str());
+    return attribute ? XmlNode(state.tree->StateOf(state.node, attribute)) : XmlNode();
 }
 
 void XmlNode::SetAttribute(XmlNode const& attribute) const {

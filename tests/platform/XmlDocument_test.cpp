@@ -158,6 +158,7 @@ TEST(XmlNode, IsOneNodeThroughAllReferences) {
     EXPECT_EQ(part.Parent().Parent(), XmlNode(document));
     EXPECT_FALSE(document.Parent());
     EXPECT_FALSE(part.Attribute(u"id").Parent());
+    EXPECT_FALSE(part.Attribute(u"none"));
 }
 
 TEST(XmlNode, OutlivesItsRemovalWithAllBelowIt) {
