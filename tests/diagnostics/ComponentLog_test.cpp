@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -10,7 +11,6 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <variant>
 
 #include "corvalen/diagnostics/Log.h"
 #include "corvalen/text/NativeConv.h"
@@ -191,10 +191,13 @@ protected:
         std::filesystem::resize_file(Present(), GetParam().limit - missing);
     }
     // The length of a line of our thread with an empty text.
-    std::size_t LineLength() const {
+    [[nodiscard]] std::size_t LineLength() const {
         auto const log = GetParam().open(Name("probe"));
         Put(0, "");
-        return ReadFile(Name("probe") + GetParam().extension).size() - FirstLine().size();
+        std::string const file = Name("probe") + GetParam().extension;
+        auto const size = std::filesystem::file_size(file);
+        std::filesystem::remove(file);
+        return size - FirstLine().size();
     }
 };
 
@@ -320,7 +323,7 @@ TEST_P(ComponentLogFile, HasTheNameWithTheExtensionBehindIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Classes, ComponentLogFile, testing::ValuesIn(kClassCases),
-                         [](auto const& info) { return info.param.name; });
+                         [](auto const& row) { return row.param.name; });
 
 TEST_F(ComponentLog, DoesNothingWithoutAName) {
     FRteCompLog const none(static_cast<char const*>(nullptr), 3);
@@ -355,11 +358,14 @@ TEST_F(ComponentLog, WritesWideNamesAsUtf8) {
 
 TEST_F(ComponentLog, CutsANameThatIsLongerThanItsLengthAndTheRoomForTheExtension) {
     std::string const name = Name("abcdefgh");
-    { FRteCompLog const log(name.c_str(), static_cast<unsigned>(name.size()) - 12); }
-    EXPECT_EQ(Content("abcdefgh.rl"), kRteFirst);
+    auto const length = static_cast<unsigned>(name.size());
     std::u16string const wide(name.begin(), name.end());
-    { FRteCompLog const log(wide.c_str(), static_cast<unsigned>(name.size()) - 18); }
+    { FRteCompLog const log(wide.c_str(), length - 12); }
+    EXPECT_EQ(Content("abcdefgh.rl"), kRteFirst);
+    { FRteCompLog const log(wide.c_str(), length - 18); }
     EXPECT_EQ(Content("abcde"), kRteFirst);
+    { FRteCompLog const log(name.c_str(), length - 5); }
+    EXPECT_EQ(Content("abc.rlg"), kRteFirst);
 }
 
 TEST_F(ComponentLog, StaysWhereItWasOpenedWhenTheCurrentDirectoryChanges) {

@@ -29,7 +29,7 @@ public:
     /// The file of a wide name with `length` characters. Of a name that is longer than that, the first
     /// `length` + 15 characters count, extension included. With a null name or a length of 0 nothing happens.
     FRteCompLog(char16_t const* name, unsigned length);
-    /// The same from a name of `length` bytes in the local code page.
+    /// The same from the first `length` bytes of a name in the local code page.
     FRteCompLog(char const* name, unsigned length);
     ~FRteCompLog();
     FRteCompLog(FRteCompLog const&) = delete;
