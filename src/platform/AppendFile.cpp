@@ -197,7 +197,11 @@ void AppendFile::Rotate(std::string_view firstLine) {
         return;
     }
     bool const isOurs = IsUnderItsName();
-    // One step takes the older generation away and puts this one in its place: if it fails, both stay.
+    if (isOurs) {
+        // Not left to the renaming: taking the place of a file there makes some file systems write the whole
+        // present one to the disk first. Fails if there is none.
+        static_cast<void>(::unlinkat(Base(), m_OlderPath.c_str(), 0));
+    }
     bool const isRenamed = isOurs && ::renameat(Base(), m_Path.c_str(), Base(), m_OlderPath.c_str()) == 0;
     FileDescriptor old;  // with it the lock, which others wait for until the new file has its first line
     if (FileDescriptor file = OpenAtName(); file.IsOpen()) {
