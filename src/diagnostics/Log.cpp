@@ -2,9 +2,11 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
+#include "corvalen/text/TextUtils.h"
 #include "diagnostics/Report.h"
 #include "platform/Clock.h"
 #include "platform/DebugOutput.h"
@@ -211,18 +213,13 @@ void FLog::SetSeverityLevel(char16_t const* levels) {
     if (levels == nullptr) {
         return;
     }
-    // A position is a byte of the UTF-8 form; of a character outside ASCII only the number of bytes matters.
-    constexpr char16_t kFirstOfTwoBytes = 0x80;
-    constexpr char16_t kFirstOfThreeBytes = 0x800;
-    std::string bytes;
-    for (; *levels != 0 && bytes.size() < kComponentCount; ++levels) {
-        if (*levels < kFirstOfTwoBytes) {
-            bytes += static_cast<char>(*levels);
-        } else {
-            bytes.append(*levels < kFirstOfThreeBytes ? 2 : 3, '.');
-        }
+    auto const length = static_cast<unsigned>(std::char_traits<char16_t>::length(levels));
+    char* converted = nullptr;
+    Text::CTextUtils::ConvertCchWCHARtoUTF8_NF(levels, length, converted);
+    std::unique_ptr<char[]> const text(converted);
+    if (text != nullptr) {
+        SetSeverityLevel(text.get());
     }
-    SetSeverityLevel(bytes.c_str());
 }
 
 void FLog::RegisterProc(LogProc proc, void* user) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "corvalen/platform/DebugOutput.h"
+#include "corvalen/text/UcsConv.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Unique.h"
@@ -140,11 +141,13 @@ TEST_F(Log, ReadsAtMost64Letters) {
 }
 
 TEST_F(Log, CountsThePositionsOfWideLevelsInBytesOfUtf8) {
+    System::Text::UcsConv::Init();
     FLog::SetSeverityLevel(u"w\u00E9\u20AC\xD83Dv");
     EXPECT_EQ(Levels(), "WIIIIIIIIV" + std::string(54, 'I'));
     FLog::SetSeverityLevel(static_cast<char16_t const*>(nullptr));
     FLog::SetSeverityLevel((std::u16string(62, u'.') + u"\u20ACv").c_str());
     EXPECT_EQ(Levels().substr(60), "IIII");
+    System::Text::UcsConv::Terminate();
 }
 
 TEST_F(Log, CallsTheNewestProcedureFirstAndAPairAsOftenAsItIsRegistered) {
