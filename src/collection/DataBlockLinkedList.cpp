@@ -17,6 +17,17 @@ using FDataBlock = FDataBlockLinkedList::FDataBlock;
 
 constexpr std::uint64_t kMaxBlockLength = std::numeric_limits<std::uint32_t>::max();
 
+// A list keeps a few of the small blocks that it drops: a queue that is filled and drained then does without
+// the allocator. Their room is rounded up, so that one does for pieces of about its size.
+constexpr std::uint32_t kSpareStep = 64;
+constexpr std::uint32_t kMaxSpareCapacity = 256;
+constexpr std::uint32_t kMaxSpares = 16;
+
+std::uint32_t CapacityFor(std::uint32_t length) {
+    return length <= kMaxSpareCapacity ? (std::max(length, 1U) + kSpareStep - 1) / kSpareStep * kSpareStep
+                                       : length;
+}
+
 void FreeChain(FDataBlock* first) {
     while (first != nullptr) {
         delete std::exchange(first, first->m_Next);
@@ -52,11 +63,8 @@ FDataBlock* CopyOf(FDataBlock const* block) {
     return chain.Take();
 }
 
-// Cuts the bytes into blocks; one block, even for no bytes at all, unless there are too many for its length.
+// Cuts bytes that are too many for the length of one block.
 FDataBlock* BlocksOf(unsigned char const* data, std::uint64_t length) {
-    if (length <= kMaxBlockLength) [[likely]] {
-        return FDataBlock::Create(data, static_cast<std::uint32_t>(length));
-    }
     Chain chain;
     for (std::uint64_t done = 0; done < length;) {
         auto const piece = static_cast<std::uint32_t>(std::min(length - done, kMaxBlockLength));
@@ -69,11 +77,20 @@ FDataBlock* BlocksOf(unsigned char const* data, std::uint64_t length) {
 }  // namespace
 
 FDataBlock* FDataBlockLinkedList::FDataBlock::Create(unsigned char const* data, std::uint32_t length) {
-    return new (length) FDataBlock(data, length);
+    std::uint32_t const capacity = CapacityFor(length);
+    return new (capacity) FDataBlock(data, length, capacity);
 }
 
-FDataBlockLinkedList::FDataBlock::FDataBlock(unsigned char const* data, std::uint32_t length)
-    : m_Data(reinterpret_cast<unsigned char*>(this + 1)), m_Length(length), m_Offset(0), m_Next(nullptr) {
+FDataBlockLinkedList::FDataBlock::FDataBlock(unsigned char const* data, std::uint32_t length,
+                                             std::uint32_t capacity)
+    : m_Data(reinterpret_cast<unsigned char*>(this + 1)), m_Capacity(capacity) {
+    Fill(data, length);
+}
+
+void FDataBlockLinkedList::FDataBlock::Fill(unsigned char const* data, std::uint32_t length) {
+    m_Length = length;
+    m_Offset = 0;
+    m_Next = nullptr;
     if (length != 0) {
         std::memcpy(m_Data, data, length);
     }
@@ -81,8 +98,8 @@ FDataBlockLinkedList::FDataBlock::FDataBlock(unsigned char const* data, std::uin
 
 FDataBlockLinkedList::FDataBlock::~FDataBlock() = default;
 
-void* FDataBlockLinkedList::FDataBlock::operator new(std::size_t size, std::uint32_t length) {
-    return ::operator new(size + length);
+void* FDataBlockLinkedList::FDataBlock::operator new(std::size_t size, std::uint32_t capacity) {
+    return ::operator new(size + capacity);
 }
 
 void FDataBlockLinkedList::FDataBlock::operator delete(void* memory, std::uint32_t) {
@@ -106,6 +123,25 @@ FDataBlockLinkedList::~FDataBlockLinkedList() {
     Release();
 }
 
+FDataBlock* FDataBlockLinkedList::NewBlock(unsigned char const* data, std::uint32_t length) {
+    if (m_Spares == nullptr || m_Spares->m_Capacity < length) {
+        return FDataBlock::Create(data, length);
+    }
+    FDataBlock* const block = std::exchange(m_Spares, m_Spares->m_Next);
+    --m_SpareCount;
+    block->Fill(data, length);
+    return block;
+}
+
+void FDataBlockLinkedList::Retire(FDataBlock* block) {
+    if (block->m_Capacity > kMaxSpareCapacity || m_SpareCount == kMaxSpares) {
+        delete block;
+        return;
+    }
+    block->m_Next = std::exchange(m_Spares, block);
+    ++m_SpareCount;
+}
+
 void FDataBlockLinkedList::Append(FDataBlock* first) {
     (m_First == nullptr ? m_First : m_Last->m_Next) = first;
     for (; first != nullptr; first = first->m_Next) {
@@ -116,7 +152,8 @@ void FDataBlockLinkedList::Append(FDataBlock* first) {
 
 void FDataBlockLinkedList::Add(unsigned char const* data, std::uint64_t length) {
     MonitorGuard const guard(m_Monitor);
-    Append(BlocksOf(data, length));
+    Append(length <= kMaxBlockLength ? NewBlock(data, static_cast<std::uint32_t>(length))
+                                     : BlocksOf(data, length));
 }
 
 void FDataBlockLinkedList::Add(FDataBlockLinkedList* other) {
@@ -129,6 +166,8 @@ void FDataBlockLinkedList::Release() {
     MonitorGuard const guard(m_Monitor);
     m_Last = nullptr;
     m_FullLength = 0;
+    m_SpareCount = 0;
+    FreeChain(std::exchange(m_Spares, nullptr));
     FreeChain(std::exchange(m_First, nullptr));
 }
 
@@ -152,12 +191,12 @@ bool FDataBlockLinkedList::GetDataBlock(unsigned char* buffer, std::uint64_t max
 }
 
 void FDataBlockLinkedList::DropFirst() {
-    FDataBlock const* const dropped = std::exchange(m_First, m_First->m_Next);
+    FDataBlock* const dropped = std::exchange(m_First, m_First->m_Next);
     if (m_First == nullptr) {
         m_Last = nullptr;
         m_FullLength = 0;
     }
-    delete dropped;
+    Retire(dropped);
 }
 
 bool FDataBlockLinkedList::NextDataElement(unsigned char* value) {

@@ -271,7 +271,7 @@ private:
 };
 
 std::string RandomText(std::mt19937& random) {
-    std::string text(random() % 4 == 0 ? 0 : random() % 40, ' ');
+    std::string text(random() % 4 == 0 ? 0 : random() % (random() % 8 == 0 ? 400 : 40), ' ');
     for (char& letter : text) {
         letter = static_cast<char>(random());
     }

@@ -48,9 +48,14 @@ public:
         FDataBlock* m_Next;      ///< The next block, or null at the end.
 
     private:
-        static void* operator new(std::size_t size, std::uint32_t length);
-        static void operator delete(void* memory, std::uint32_t length);
-        FDataBlock(unsigned char const* data, std::uint32_t length);
+        friend class FDataBlockLinkedList;
+
+        static void* operator new(std::size_t size, std::uint32_t capacity);
+        static void operator delete(void* memory, std::uint32_t capacity);
+        FDataBlock(unsigned char const* data, std::uint32_t length, std::uint32_t capacity);
+        void Fill(unsigned char const* data, std::uint32_t length);
+
+        std::uint32_t m_Capacity;  // bytes for which there is room at m_Data
     };
 
     FDataBlockLinkedList();
@@ -91,6 +96,8 @@ protected:
     [[nodiscard]] FDataBlock* get_FirstBlock() const { return m_First; }
 
 private:
+    FDataBlock* NewBlock(unsigned char const* data, std::uint32_t length);
+    void Retire(FDataBlock* block);
     void Append(FDataBlock* first);
     void DropFirst();
     void PutBack(FDataBlock* first, FDataBlock* last);
@@ -99,6 +106,8 @@ private:
     FDataBlock* m_Last = nullptr;
     std::int64_t m_FullLength = 0;
     System::Threading::CMonitor m_Monitor;
+    FDataBlock* m_Spares = nullptr;  // dropped small blocks, for the next Add; guarded by m_Monitor too
+    std::uint32_t m_SpareCount = 0;
 };
 
 }  // namespace System::Collection
