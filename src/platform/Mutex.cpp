@@ -108,14 +108,18 @@ bool Mutex::InitNative() noexcept {
     return isUsable;
 }
 
+inline LockResult Mutex::Take() noexcept {
+    if (m_Depth++ == 0) {
+        m_Owner.store(CurrentThreadId(), std::memory_order_relaxed);
+        HeldMutexes::Add(*this);
+    }
+    return LockResult::kAcquired;
+}
+
 LockResult Mutex::Interpret(int error) noexcept {
     switch (error) {
         case 0:
-            if (m_Depth++ == 0) {
-                m_Owner.store(CurrentThreadId(), std::memory_order_relaxed);
-                HeldMutexes::Add(*this);
-            }
-            return LockResult::kAcquired;
+            return Take();
         case EOWNERDEAD:
             // The last owner ended inside the critical section. The lock is ours, and usable again only if we
             // say so now; what it guards is suspect, and the caller is told. The list that it stood in went
@@ -124,7 +128,7 @@ LockResult Mutex::Interpret(int error) noexcept {
                 return LockResult::kFailed;
             }
             m_Depth = 0;
-            static_cast<void>(Interpret(0));
+            static_cast<void>(Take());
             return LockResult::kAbandoned;
         case ETIMEDOUT:
             return LockResult::kTimedOut;
@@ -139,6 +143,9 @@ LockResult Mutex::Lock(std::int64_t timeoutMs) noexcept {
     }
     // The plain attempt costs less than half of the timed call.
     int const atOnce = ::pthread_mutex_trylock(&m_Native);
+    if (atOnce == 0) [[likely]] {
+        return Take();
+    }
     return atOnce != EBUSY ? Interpret(atOnce) : Wait(timeoutMs);
 }
 

@@ -40,6 +40,7 @@ private:
     friend struct HeldMutexes;
 
     [[nodiscard]] bool InitNative() noexcept;
+    LockResult Take() noexcept;
     LockResult Interpret(int error) noexcept;
     LockResult Wait(std::int64_t timeoutMs) noexcept;
     void ReleaseFromLostHolder() noexcept;
