@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/FaultPoint.h"
 #include "rpc/PoolAccess.h"
 
 namespace System::RPC {
@@ -82,6 +83,7 @@ std::uint32_t MemoryPool::NewHandle(std::uint32_t size) {
     if (run.size < blocks || run.size > m_BlockCount - index || !TakeRun(index, run)) {
         return 0;
     }
+    CORVALEN_FAULT("pool.new.taken");
     Add(m_Header->usedCount, 1);
     Add(m_Header->usedSize, blocks);
     if (run.size > blocks) {
@@ -94,6 +96,7 @@ std::uint32_t MemoryPool::NewHandle(std::uint32_t size) {
     if (run.size > kExactRunLength) {
         SetFirst(index, blocks, index);
     }
+    CORVALEN_FAULT("pool.new.split");
     return Occupy(index, size);
 }
 
@@ -163,7 +166,9 @@ void MemoryPool::FreeBlock(std::uint32_t iIndex, std::uint32_t iCount, bool merg
             return;
         }
     }
+    CORVALEN_FAULT("pool.free.merged");
     PushRun(iIndex, iCount);
+    CORVALEN_FAULT("pool.free.pushed");
 }
 
 bool MemoryPool::HasGeometry(std::uint16_t blockSize, std::uint16_t blockCount) const {
