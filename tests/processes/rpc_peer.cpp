@@ -7,8 +7,13 @@
 //   client N     sends N requests of checked bytes to "server", reports "done"
 //   flood N      posts N numbered notifications to "server", reports "done"
 //   idle         opens as a client, reports its endpoint, and takes its messages
+//   probe        opens as a client, reports its endpoint, and sends requests and notifications that may fail
+//   until
+//                its input ends
+//   find         reports the endpoint of "server" without opening anything
 //   hold         takes the channel's lock, reports "locked", and waits for a line
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -182,6 +187,37 @@ int Flood(Peer& peer, unsigned count) {
     return 0;
 }
 
+bool HasInputEnded() {
+    pollfd look{STDIN_FILENO, POLLIN, 0};
+    return ::poll(&look, 1, 0) == 1 && (look.revents & POLLHUP) != 0;
+}
+
+int Probe(Peer& peer) {
+    std::uint32_t const server = FindServer(peer);
+    Report(std::to_string(peer.LocalEndPoint()));
+    Message message;
+    for (std::uint32_t size = 2; !HasInputEnded(); size = size % 2000 + 1) {
+        constexpr std::uint32_t kShortMs = 20;
+        for (bool const isRequest : {true, false}) {
+            std::uint32_t const handle = peer.NewHandle(size);
+            if (void* const data = peer.HandleData(handle)) {
+                std::memset(data, 'x', std::min(size, peer.HandleSize(handle)));
+            }
+            std::uint32_t reply = 0;
+            if (isRequest) {
+                peer.Request(server, handle, &reply, kShortMs);
+                peer.DisposeHandle(reply);
+            } else {
+                peer.Notify(server, handle);
+            }
+        }
+        while (MessageQueue::Current().Peek(message)) {
+            MessageQueue::Current().Dispatch(message);
+        }
+    }
+    return 0;
+}
+
 int Hold(Peer& peer) {
     peer.Lock();
     Report("locked");
@@ -199,6 +235,9 @@ int Run(Peer& peer, std::string const& role, unsigned count) {
     }
     if (role == "hold") {
         return Hold(peer);
+    }
+    if (role == "probe") {
+        return Probe(peer);
     }
     int const result = role == "client" ? SendRequests(peer, count) : Flood(peer, count);
     if (result == 0) {
@@ -218,6 +257,10 @@ int main(int argc, char** argv) {
     std::string const name = argv[1];
     std::string const role = argv[2];
     Peer peer(std::u16string(name.begin(), name.end()).c_str());
+    if (role == "find") {
+        Report(std::to_string(peer.FindServer(u"server")));
+        return 0;
+    }
     if (int const error = role == "server" ? peer.OpenServer(u"server") : peer.OpenClient(); error != 0) {
         return Fail("open", error);
     }
