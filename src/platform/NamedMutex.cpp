@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/FaultPoint.h"
 #include "platform/SharedLock.h"
 #include "platform/StopDelay.h"
 #include "platform/ThreadId.h"
@@ -118,6 +119,7 @@ void NamedMutexRegistry::Remove(Entry* entry) {
 
 bool NamedMutexRegistry::WatchThread() {
     if (!t_IsWatched) {
+        StopDelay const delay;  // the C library may allocate
         // Any value but null makes the destructor run.
         t_IsWatched = s_HasThreadEnd && ::pthread_setspecific(s_ThreadEnd, &t_IsWatched) == 0;
     }
@@ -164,6 +166,7 @@ LockResult NamedMutex::Entry::LockFirst(std::uint32_t thread, Deadline const& de
         // thread.
         StopDelay const delay;
         if (Detail::TakeFree(*rec, object.Participant())) [[likely]] {
+            CORVALEN_FAULT("lock.taken");
             Own(thread);
             return LockResult::kAcquired;
         }

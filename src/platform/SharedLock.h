@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "platform/Clock.h"
+#include "platform/FaultPoint.h"
 #include "platform/Mutex.h"
 #include "platform/NamedObject.h"
 
@@ -42,6 +43,7 @@ void WakeOne(SharedLockRec& rec);
 /// participant closes or the word changes; who must not be held up by that gives a deadline.
 inline LockResult AcquireShared(SharedLockRec& rec, NamedObject const& object, Deadline const& deadline) {
     if (Detail::TakeFree(rec, object.Participant())) [[likely]] {
+        CORVALEN_FAULT("lock.taken");
         return LockResult::kAcquired;
     }
     return Detail::AcquireContended(rec, object, deadline);
@@ -49,6 +51,7 @@ inline LockResult AcquireShared(SharedLockRec& rec, NamedObject const& object, D
 
 /// Gives the lock back; requires that the caller's process owns it.
 inline void ReleaseShared(SharedLockRec& rec) {
+    CORVALEN_FAULT("lock.release");
     std::uint32_t const old = std::atomic_ref(rec.word).exchange(0, std::memory_order_release);
     if ((old & Detail::kMaySleep) != 0) [[unlikely]] {
         Detail::WakeOne(rec);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -119,5 +121,19 @@ TEST_F(SharedLocks, LetOneInAtATimeWhileOwnersAreKilled) {
     }
     EXPECT_TRUE(survivor.Reports("done"));
 }
+
+#ifdef CORVALEN_FAULT_POINTS
+class DeathsUnderALock : public SharedLocks, public testing::WithParamInterface<char const*> {};
+TEST_P(DeathsUnderALock, PassItOnAbandonedOnce) {
+    ::setenv("CORVALEN_DIE_AT", GetParam(), 1);
+    ChildProcess peer("lock_peer", {m_Folder.Path(), "x", "1000"});
+    ::unsetenv("CORVALEN_DIE_AT");
+    ASSERT_EQ(peer.Wait(), -SIGKILL);
+    EXPECT_EQ(Take(m_Object), LockResult::kAbandoned);
+    ReleaseShared(Rec(m_Object));
+    EXPECT_EQ(Take(m_Other), LockResult::kAcquired);
+}
+INSTANTIATE_TEST_SUITE_P(Table, DeathsUnderALock, testing::Values("lock.taken:5", "lock.release:5"));
+#endif
 
 }  // namespace
