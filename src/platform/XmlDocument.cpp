@@ -43,10 +43,17 @@ private:
     locale_t m_Before;
 };
 
+// Collects what is written. A carriage return leaves as a reference, since a bare one would be read as a
+// line end; all that may hold one is text.
 class StringWriter : public pugi::xml_writer {
 public:
     void write(void const* data, std::size_t size) override {
-        m_Text.append(static_cast<char const*>(data), size);
+        std::string_view piece(static_cast<char const*>(data), size);
+        for (std::size_t at = piece.find('\r'); at != std::string_view::npos; at = piece.find('\r')) {
+            m_Text.append(piece.substr(0, at)).append("&#13;");
+            piece.remove_prefix(at + 1);
+        }
+        m_Text.append(piece);
     }
     std::string Take() { return std::move(m_Text); }
 

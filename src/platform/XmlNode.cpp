@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <new>
 
 #include "corvalen/platform/XmlDocument.h"
@@ -42,6 +43,18 @@ XmlKind KindOf(pugi::xml_node node) {
             break;
     }
     return XmlKind::kNone;
+}
+
+XmlNodeState& RequireElement(std::shared_ptr<XmlNodeState> const& state) {
+    XmlNodeState& found = Require(state);
+    RequireThat(!found.attribute && found.node.type() == pugi::node_element, XmlError::kPointer);
+    return found;
+}
+
+std::string RequireText(std::u16string_view value) {
+    std::string text = Utf8Of(value);
+    RequireThat(IsXmlText(text), XmlError::kInvalidArgument);
+    return text;
 }
 
 bool IsWithin(pugi::xml_node node, pugi::xml_node top) {
@@ -93,10 +106,13 @@ std::u16string XmlNode::Value() const {
 
 void XmlNode::SetValue(std::u16string_view value) const {
     XmlNodeState& state = Require(m_State);
-    RequireThat(state.attribute ||
-                (KindOf(state.node) != XmlKind::kDocument && KindOf(state.node) != XmlKind::kElement &&
-                 KindOf(state.node) != XmlKind::kDoctype));
-    std::string const text = Utf8Of(value.substr(0, value.find(u'\0')));
+    XmlKind const kind = Kind();
+    RequireThat(kind != XmlKind::kDocument && kind != XmlKind::kElement && kind != XmlKind::kDoctype);
+    std::string text = RequireText(value);
+    if (kind != XmlKind::kAttribute && kind != XmlKind::kText) {
+        // There are no references in here that could stand for it.
+        std::replace(text.begin(), text.end(), '\r', '\n');
+    }
     bool const isSet =
         state.attribute ? state.attribute.set_value(text.c_str()) : state.node.set_value(text.c_str());
     RequireThat(isSet);
@@ -142,15 +158,19 @@ void XmlNode::RemoveChild(XmlNode const& child) const {
 }
 
 XmlNode XmlNode::Attribute(std::u16string_view name) const {
-    XmlNodeState const& state = Require(m_State);
-    RequireThat(HasAttributeMap(), XmlError::kPointer);
+    XmlNodeState const& state = RequireElement(m_State);
     pugi::xml_attribute const attribute = state.node.attribute(Utf8Of(name).c_str());
     return attribute ? XmlNode(state.tree->StateOf(state.node, attribute)) : XmlNode();
 }
 
+bool XmlNode::ChangeAttribute(std::u16string_view name, std::u16string_view value) const {
+    pugi::xml_attribute attribute = RequireElement(m_State).node.attribute(Utf8Of(name).c_str());
+    RequireThat(!attribute || attribute.set_value(RequireText(value).c_str()));
+    return static_cast<bool>(attribute);
+}
+
 void XmlNode::SetAttribute(XmlNode const& attribute) const {
-    XmlNodeState& element = Require(m_State);
-    RequireThat(HasAttributeMap(), XmlError::kPointer);
+    XmlNodeState& element = RequireElement(m_State);
     XmlNodeState& added = Require(attribute.m_State);
     RequireThat(static_cast<bool>(added.attribute), XmlError::kInvalidArgument);
     if (added.node == element.node) {

@@ -100,9 +100,15 @@ bool IsCharacterReference(std::string_view digits) {
 }  // namespace
 
 std::string Utf8Of(std::u16string_view text) {
-    std::string utf8;
-    utf8.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
+    std::size_t plain = 0;
+    while (plain < text.size() && text[plain] < 0x80) {
+        ++plain;
+    }
+    std::string utf8(plain, '\0');
+    for (std::size_t i = 0; i < plain; ++i) {
+        utf8[i] = static_cast<char>(text[i]);
+    }
+    for (std::size_t i = plain; i < text.size(); ++i) {
         char32_t c = text[i];
         if (IsSurrogate(c)) {
             bool const isPair = c < 0xDC00 && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00;
@@ -131,12 +137,20 @@ std::u16string Utf16Of(std::string_view text) {
 }
 
 bool IsXmlText(std::string_view text) {
-    while (!text.empty()) {
+    for (;;) {
+        // Most text is plain, and looked through without taking it apart.
+        std::size_t plain = 0;
+        while (plain < text.size() && static_cast<signed char>(text[plain]) >= ' ') {
+            ++plain;
+        }
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return true;
+        }
         if (!IsXmlChar(TakeChar(text))) {
             return false;
         }
     }
-    return true;
 }
 
 bool IsXmlName(std::string_view text) {

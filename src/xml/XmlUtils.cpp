@@ -54,13 +54,17 @@ XmlNode Select(XmlDocument const& document, std::string const& path) {
     return document.SelectSingleNode(WideOf(path).get());
 }
 
-// The value of a node is set as far as that is possible: a refusal is not the caller's concern.
-void SetValue(XmlNode const& node, std::string const& value) {
+// Whether `node` has the attribute. Its value is set as far as XML has the characters: a refusal is not the
+// caller's concern.
+bool ChangeExisting(XmlNode const& node, char16_t const* name, std::string const& value) {
     WideBlock const wide = WideOf(value);
     try {
-        node.SetValue(wide.get());
-    } catch (XmlError const&) {
-        return;
+        return node.ChangeAttribute(name, wide.get());
+    } catch (XmlError const& error) {
+        if (error.Status() != XmlError::kInvalidArgument) {
+            throw;
+        }
+        return true;
     }
 }
 
@@ -155,9 +159,7 @@ bool CXmlUtils::ChangeAttributeValue(XmlDocument document, std::string const& pa
         if (!node) {
             return true;
         }
-        if (XmlNode const attribute = node.Attribute(WideOfName(name).get())) {
-            SetValue(attribute, value);
-        } else {
+        if (!ChangeExisting(node, WideOfName(name).get(), value)) {
             CreateAttribute(document, node, name, value);
         }
         return true;
@@ -183,13 +185,9 @@ bool CXmlUtils::CreateAttribute(XmlDocument document, XmlNode node, char const* 
     if (!document || !node || name == nullptr) {
         return false;
     }
-    XmlNode const attribute = document.CreateAttribute(WideOfName(name).get());
-    if (!attribute) {
-        return false;
-    }
-    SetValue(attribute, value);
-    node.SetAttribute(attribute);
-    return true;
+    WideBlock const wideName = WideOfName(name);
+    node.SetAttribute(document.CreateAttribute(wideName.get()));
+    return ChangeExisting(node, wideName.get(), value);
 }
 
 bool CXmlUtils::Tokenize(std::string const& text, char&, std::string*& tokens, unsigned int& count) {

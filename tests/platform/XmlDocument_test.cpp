@@ -53,6 +53,21 @@ TEST(XmlDocument, SavesWhatItLoaded) {
     EXPECT_EQ(Loaded(mixed).Save(), mixed);
 }
 
+TEST(XmlDocument, KeepsLineEndsThatWereWrittenAsReferences) {
+    std::string const text = "<p a=\"&#13;&#10;\">x&#13;y</p>";
+    EXPECT_EQ(Loaded(text).Save(), text);
+    EXPECT_EQ(Loaded("<p>a\r\nb</p>").Save(), "<p>a\nb</p>");
+}
+
+TEST(XmlNode, RefusesCharactersThatXmlDoesNotHave) {
+    XmlDocument const document = Loaded("<a b=\"1\"/>");
+    XmlNode const attribute = document.DocumentElement().Attribute(u"b");
+    for (char16_t const c : {u'\0', u'\1', u'\xFFFF'}) {
+        EXPECT_EQ(StatusOf([&] { attribute.SetValue(std::u16string(1, c)); }), XmlError::kInvalidArgument);
+    }
+    EXPECT_EQ(attribute.Value(), u"1");
+}
+
 TEST(XmlDocument, ReadsOtherEncodingsAndSavesUtf8) {
     EXPECT_EQ(Loaded("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a b=\"\xE9\"/>").Save(),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?><a b=\"\xC3\xA9\"/>");

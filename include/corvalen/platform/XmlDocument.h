@@ -61,7 +61,9 @@ public:
     [[nodiscard]] std::u16string Name() const;
     /// The text of an attribute, a text, a comment or an instruction; empty for an element or a document.
     [[nodiscard]] std::u16string Value() const;
-    /// Sets that text. Throws kFail for an element, a document or a document type.
+    /// Sets that text. Throws kFail for an element, a document or a document type, kInvalidArgument for a
+    /// character that XML does not have (most control characters). Outside of attributes and texts a carriage
+    /// return becomes a line feed.
     void SetValue(std::u16string_view value) const;
 
     /// The node above; none for a document, an attribute, and a node that is in no tree.
@@ -76,10 +78,12 @@ public:
     /// Takes `child` out of this tree. Throws kInvalidArgument if it is no child of this node.
     void RemoveChild(XmlNode const& child) const;
 
-    /// Whether a node can have attributes: only an element can. All four below throw kPointer on others.
-    [[nodiscard]] bool HasAttributeMap() const { return Kind() == XmlKind::kElement; }
+    /// Only an element has attributes: the three below throw kPointer on any other node.
+    ///
     /// The attribute called `name`, or none.
     [[nodiscard]] XmlNode Attribute(std::u16string_view name) const;
+    /// Sets the attribute called `name` as SetValue does, if there is one; returns whether there is.
+    [[nodiscard]] bool ChangeAttribute(std::u16string_view name, std::u16string_view value) const;
     /// Puts `attribute` on this element, in the place of one of the same name. Throws kInvalidArgument if it
     /// is no attribute, kFail if it is on another element.
     void SetAttribute(XmlNode const& attribute) const;
