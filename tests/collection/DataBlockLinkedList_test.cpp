@@ -38,13 +38,18 @@ void Add(FDataBlockLinkedList& list, std::string const& text) {
     list.Add(BytesOf(text), text.size());
 }
 
-std::string Peek(FDataBlockLinkedList& list, std::size_t maximum = 100000) {
+std::string Peek(FDataBlockLinkedList& list, std::size_t maximum) {
     std::string text(maximum, '?');
     std::uint64_t copied = 77;
     bool const isSome = list.GetDataBlock(reinterpret_cast<unsigned char*>(text.data()), maximum, copied);
     EXPECT_EQ(isSome, copied > 0);
     text.resize(copied);
     return text;
+}
+
+// Everything, asking for one byte more than there should be.
+std::string Peek(FDataBlockLinkedList& list) {
+    return Peek(list, static_cast<std::size_t>(list.GetFullDataLength()) + 1);
 }
 
 std::string Next(FDataBlockLinkedList& list) {
@@ -279,7 +284,7 @@ std::string RandomText(std::mt19937& random) {
 }
 
 TEST(DataBlockLinkedList, DoesWhatAPlainModelDoes) {
-    for (unsigned seed = 1; seed <= 200; ++seed) {
+    for (unsigned seed = 1; seed <= 50; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         OpenList list;
