@@ -4,11 +4,10 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "platform/Clock.h"
 #include "platform/ErrnoGuard.h"
 #include "platform/ProcessEpoch.h"
+#include "platform/Processor.h"
 #include "platform/ThreadId.h"
 
 namespace System::Platform {
@@ -16,6 +15,7 @@ namespace System::Platform {
 namespace {
 
 constexpr long kNsPerSecond = 1'000'000'000;
+constexpr int kMaxPauses = 64;
 
 timespec ToTimespec(std::int64_t ns) {
     return {ns / kNsPerSecond, ns % kNsPerSecond};
@@ -43,46 +43,22 @@ int LockUntil(pthread_mutex_t& mutex, Deadline const& deadline) {
 
 }  // namespace
 
-// What the calling thread holds, so that a forked child can take it over for its only thread before anything
-// else runs there: the system's lock names its owner by a thread id, and that has changed.
-struct HeldMutexes {
-    [[gnu::tls_model("initial-exec")]] static constinit thread_local Mutex* t_First;
+constinit thread_local Mutex* Detail::t_FirstHeld = nullptr;
 
-    static void Add(Mutex& mutex) {
-        mutex.m_PrevHeld = nullptr;
-        mutex.m_NextHeld = t_First;
-        if (t_First != nullptr) {
-            t_First->m_PrevHeld = &mutex;
-        }
-        t_First = &mutex;
+// A forked child takes over what its only thread holds before anything else runs there: the system's lock
+// names its owner by a thread id, and that has changed.
+void Mutex::InheritAll() {
+    // Not the cached id: whether its own fork handler has run by now is open.
+    auto const thread = static_cast<std::uint32_t>(::gettid());
+    for (Mutex* mutex = Detail::t_FirstHeld; mutex != nullptr; mutex = mutex->m_NextHeld) {
+        mutex->Inherit(thread);
     }
-
-    static void Remove(Mutex& mutex) {
-        (mutex.m_PrevHeld != nullptr ? mutex.m_PrevHeld->m_NextHeld : t_First) = mutex.m_NextHeld;
-        if (mutex.m_NextHeld != nullptr) {
-            mutex.m_NextHeld->m_PrevHeld = mutex.m_PrevHeld;
-        }
-    }
-
-    static void InheritAll() {
-        // Not the cached id: whether its own fork handler has run by now is open.
-        auto const thread = static_cast<std::uint32_t>(::gettid());
-        for (Mutex* mutex = t_First; mutex != nullptr; mutex = mutex->m_NextHeld) {
-            mutex->Inherit(thread);
-        }
-    }
-};
-
-constinit thread_local Mutex* HeldMutexes::t_First = nullptr;
-
-namespace {
-
-// At load, for the reason that ProcessEpoch has. Want of memory is the only failure there.
-[[gnu::constructor]] void RegisterForkHandler() {
-    static_cast<void>(::pthread_atfork(nullptr, nullptr, HeldMutexes::InheritAll));
 }
 
-}  // namespace
+// At load, for the reason that ProcessEpoch has. Want of memory is the only failure there.
+void Mutex::RegisterForkHandler() {
+    static_cast<void>(::pthread_atfork(nullptr, nullptr, InheritAll));
+}
 
 Mutex::Mutex() noexcept : m_IsUsable(InitNative()) {}
 
@@ -108,18 +84,11 @@ bool Mutex::InitNative() noexcept {
     return isUsable;
 }
 
-inline LockResult Mutex::Take() noexcept {
-    if (m_Depth++ == 0) {
-        m_Owner.store(CurrentThreadId(), std::memory_order_relaxed);
-        HeldMutexes::Add(*this);
-    }
-    return LockResult::kAcquired;
-}
-
 LockResult Mutex::Interpret(int error) noexcept {
     switch (error) {
         case 0:
-            return Take();
+            NoteTaken();
+            return LockResult::kAcquired;
         case EOWNERDEAD:
             // The last owner ended inside the critical section. The lock is ours, and usable again only if we
             // say so now; what it guards is suspect, and the caller is told. The list that it stood in went
@@ -128,8 +97,9 @@ LockResult Mutex::Interpret(int error) noexcept {
                 return LockResult::kFailed;
             }
             m_Depth = 0;
-            static_cast<void>(Take());
+            NoteTaken();
             return LockResult::kAbandoned;
+        case EBUSY:
         case ETIMEDOUT:
             return LockResult::kTimedOut;
         default:
@@ -137,26 +107,37 @@ LockResult Mutex::Interpret(int error) noexcept {
     }
 }
 
-LockResult Mutex::Lock(std::int64_t timeoutMs) noexcept {
-    if (!m_IsUsable) [[unlikely]] {
-        return LockResult::kFailed;
-    }
-    // The plain attempt costs less than half of the timed call.
-    int const atOnce = ::pthread_mutex_trylock(&m_Native);
-    if (atOnce == 0) [[likely]] {
-        return Take();
-    }
-    return atOnce != EBUSY ? Interpret(atOnce) : Wait(timeoutMs);
-}
-
 LockResult Mutex::Wait(std::int64_t timeoutMs) noexcept {
     if (ProcessEpoch() != kFirstProcessEpoch) {
         ReleaseFromLostHolder();
+    }
+    if (timeoutMs == 0) {
+        return Interpret(::pthread_mutex_trylock(&m_Native));
+    }
+    if (TryWhileLooking()) {
+        return LockResult::kAcquired;
     }
     if (timeoutMs < 0) {
         return Interpret(::pthread_mutex_lock(&m_Native));
     }
     return Interpret(LockUntil(m_Native, Deadline(timeoutMs)));
+}
+
+// Most sections are shorter than a sleep and the wake-up that ends it, which costs the owner a call as well.
+// The pauses grow to a few microseconds in all; only the owner's word is read meanwhile, so that it can go
+// on.
+bool Mutex::TryWhileLooking() noexcept {
+    for (int pauses = 1; pauses <= kMaxPauses; pauses *= 2) {
+        for (int i = 0; i < pauses; ++i) {
+            Relax();
+        }
+        if (__atomic_load_n(&m_Native.__data.__lock, __ATOMIC_RELAXED) == 0 &&
+            ::pthread_mutex_trylock(&m_Native) == 0) {
+            NoteTaken();
+            return true;
+        }
+    }
+    return false;
 }
 
 // The kernel marks the locks of a thread that ends. A thread of the parent that does not exist in a forked
@@ -172,17 +153,6 @@ void Mutex::ReleaseFromLostHolder() noexcept {
     // Fails if the word has changed, and then the lock is in the hands of somebody who is here.
     static_cast<void>(__atomic_compare_exchange_n(&m_Native.__data.__lock, &word, marked, false,
                                                   __ATOMIC_ACQ_REL, __ATOMIC_RELAXED));
-}
-
-bool Mutex::Unlock() noexcept {
-    if (!m_IsUsable || m_Owner.load(std::memory_order_relaxed) != CurrentThreadId()) {
-        return false;
-    }
-    if (--m_Depth == 0) {
-        m_Owner.store(0, std::memory_order_relaxed);
-        HeldMutexes::Remove(*this);
-    }
-    return ::pthread_mutex_unlock(&m_Native) == 0;
 }
 
 void Mutex::Inherit(std::uint32_t thread) noexcept {

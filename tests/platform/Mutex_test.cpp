@@ -30,6 +30,7 @@ TEST(Mutex, IsFreeOnlyAfterAsManyUnlocksAsLocks) {
     ASSERT_EQ(mutex.Lock(0), LockResult::kAcquired);
     EXPECT_TRUE(mutex.Unlock());
     EXPECT_EQ(LockOnAnotherThread(mutex, 20), LockResult::kTimedOut);
+    EXPECT_EQ(LockOnAnotherThread(mutex, 0), LockResult::kTimedOut);
     EXPECT_TRUE(mutex.Unlock());
     EXPECT_EQ(LockOnAnotherThread(mutex, 0), LockResult::kAcquired);
     EXPECT_FALSE(mutex.Unlock());
