@@ -7,7 +7,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 namespace Support {
@@ -43,7 +42,9 @@ TemporaryFolder::~TemporaryFolder() {
 
 std::string ReadFile(std::string const& path) {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
 }
 
 void WriteFile(std::string const& path, std::string const& bytes) {
