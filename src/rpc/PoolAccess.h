@@ -5,6 +5,7 @@
 
 #include "corvalen/rpc/MemoryPool.h"
 #include "diagnostics/Report.h"
+#include "platform/FaultPoint.h"
 #include "rpc/PoolFormat.h"
 
 // Two kinds of disorder have to be lived with. A peer that breaks the rules may write into the block at any
@@ -43,12 +44,14 @@ std::uint32_t Load(Field& field) {
 
 template <typename Field>
 void Store(Field& field, std::uint32_t value) {
+    CORVALEN_FAULT("pool.write");
     std::atomic_ref(field).store(static_cast<Field>(value), std::memory_order_relaxed);
 }
 
 // Keeps its place behind all earlier writes, for whoever looks after our death.
 template <typename Field>
 void Publish(Field& field, std::uint32_t value) {
+    CORVALEN_FAULT("pool.write");
     std::atomic_ref(field).store(static_cast<Field>(value), std::memory_order_release);
 }
 
