@@ -8,10 +8,12 @@
 #include <thread>
 
 #include "corvalen/diagnostics/Log.h"
+#include "corvalen/rpc/SharedMemory.h"
 #include "corvalen/threading/ComThread.h"
 #include "corvalen/threading/Monitor.h"
 #include "platform/Thread.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Unique.h"
 
 // Where there is a leak checker: what a stopped thread had allocated is lost, as it must be.
 extern "C" [[gnu::weak]] void __lsan_disable();
@@ -33,6 +35,7 @@ void CountLine(void* count, unsigned, std::uint64_t, char const*, unsigned, long
 struct Scene {
     std::atomic<unsigned> turns{0};
     CMonitor monitor;
+    System::RPC::SharedMemory region{Support::UniqueWideName().c_str(), 64};
     int pipe[2] = {-1, -1};
 
     // Shows that the thread is where it is to be stopped.
@@ -68,6 +71,11 @@ void HoldAMonitorOnItsStack(Scene& scene) {
     CMonitor mine;
     mine.Lock();
     HoldTheMonitor(scene);
+}
+
+void HoldTheRegionsLock(Scene& scene) {
+    scene.region.Lock();
+    LoopTightly(scene);
 }
 
 void HoldTheLogsLock(Scene&) {
@@ -149,6 +157,8 @@ protected:
             m_Scene.monitor.Lock();
             EXPECT_EQ(m_Scene.monitor.LockCount(), 1u);
             m_Scene.monitor.Unlock();
+            m_Scene.region.Lock();
+            m_Scene.region.Unlock();
             std::unique_ptr<char[]> const memory(new char[5000]);
             isDone = memory != nullptr;
         });
@@ -165,9 +175,9 @@ protected:
 };
 
 TEST_F(ForcedStop, LeavesTheProcessWholeAHundredTimesInARow) {
-    constexpr void (*kWorks[])(Scene&) = {LoopTightly,   ReadWhatNeverComes, HoldTheMonitor,
-                                          LockAndUnlock, HoldTheLogsLock,    HoldAMonitorOnItsStack,
-                                          Allocate,      WriteLines,         AskForNames};
+    constexpr void (*kWorks[])(Scene&) = {
+        LoopTightly,     ReadWhatNeverComes,     HoldTheMonitor, LockAndUnlock, HoldTheRegionsLock,
+        HoldTheLogsLock, HoldAMonitorOnItsStack, Allocate,       WriteLines,    AskForNames};
     constexpr int kRounds = 100;
     for (int round = 0; round < kRounds && !HasFatalFailure(); ++round) {
         SCOPED_TRACE(round);
