@@ -23,19 +23,19 @@ void OnTick(std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t) {
 
 }  // namespace
 
-constexpr unsigned int CCommTimer::TIMEOUT_1SEC = 10;
-constexpr unsigned int CCommTimer::TIMEOUT_2SEC = 20;
-constexpr unsigned int CCommTimer::TIMEOUT_3SEC = 30;
-constexpr unsigned int CCommTimer::TIMEOUT_5SEC = 50;
-constexpr unsigned int CCommTimer::TIMEOUT_7SEC = 70;
-constexpr unsigned int CCommTimer::TIMEOUT_10SEC = 100;
-constexpr unsigned int CCommTimer::TIMEOUT_20SEC = 200;
-constexpr unsigned int CCommTimer::TIMEOUT_30SEC = 300;
-constexpr unsigned int CCommTimer::TIMEOUT_1MIN = 600;
-constexpr unsigned int CCommTimer::TIMEOUT_2MIN = 1200;
-constexpr unsigned int CCommTimer::TIMEOUT_3MIN = 1800;
-constexpr unsigned int CCommTimer::TIMEOUT_4MIN = 2400;
-constexpr unsigned int CCommTimer::TIMEOUT_5MIN = 3000;
+unsigned int const CCommTimer::TIMEOUT_1SEC = 10;
+unsigned int const CCommTimer::TIMEOUT_2SEC = 20;
+unsigned int const CCommTimer::TIMEOUT_3SEC = 30;
+unsigned int const CCommTimer::TIMEOUT_5SEC = 50;
+unsigned int const CCommTimer::TIMEOUT_7SEC = 70;
+unsigned int const CCommTimer::TIMEOUT_10SEC = 100;
+unsigned int const CCommTimer::TIMEOUT_20SEC = 200;
+unsigned int const CCommTimer::TIMEOUT_30SEC = 300;
+unsigned int const CCommTimer::TIMEOUT_1MIN = 600;
+unsigned int const CCommTimer::TIMEOUT_2MIN = 1200;
+unsigned int const CCommTimer::TIMEOUT_3MIN = 1800;
+unsigned int const CCommTimer::TIMEOUT_4MIN = 2400;
+unsigned int const CCommTimer::TIMEOUT_5MIN = 3000;
 
 CCommTimer::CCommTimer() : m_TimerId(MessageQueue::Current().SetTimer(kPeriodMs, OnTick)) {}
 
