@@ -1,14 +1,10 @@
 #include "platform/SharedLock.h"
 
-#include <linux/futex.h>
-#include <sched.h>
-#include <sys/syscall.h>
-#include <time.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "platform/FaultPoint.h"
+#include "platform/Futex.h"
+#include "platform/Processor.h"
 
 namespace System::Platform {
 
@@ -16,23 +12,6 @@ namespace {
 
 constexpr std::int64_t kSliceNs = 4 * Deadline::kNsPerMs;
 constexpr std::int64_t kLookNs = 8'000;
-
-bool HasSeveralProcessors() {
-    static bool const s_HasSeveral = [] {
-        cpu_set_t usable;
-        CPU_ZERO(&usable);
-        return ::sched_getaffinity(0, sizeof usable, &usable) == 0 && CPU_COUNT(&usable) > 1;
-    }();
-    return s_HasSeveral;
-}
-
-void Relax() {
-#if defined(__x86_64__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
 
 std::uint32_t Load(SharedLockRec& rec) {
     return std::atomic_ref(rec.word).load(std::memory_order_relaxed);
@@ -61,9 +40,6 @@ Detail::Attempt Detail::TryAcquire(SharedLockRec& rec, NamedObject const& object
 }
 
 void Detail::LookForRelease(SharedLockRec& rec) {
-    if (!HasSeveralProcessors()) {
-        return;
-    }
     constexpr int kLooksBetweenClocks = 32;
     std::int64_t const until = Clock::MonotonicNs() + kLookNs;
     do {
@@ -73,7 +49,7 @@ void Detail::LookForRelease(SharedLockRec& rec) {
             }
             Relax();
         }
-    } while (Clock::MonotonicNs() < until);
+    } while (UsableProcessors() > 1 && Clock::MonotonicNs() < until);
 }
 
 void Detail::SleepUntilChange(SharedLockRec& rec, Deadline const& deadline) {
@@ -84,9 +60,7 @@ void Detail::SleepUntilChange(SharedLockRec& rec, Deadline const& deadline) {
     if ((seen & kMaySleep) == 0 && !Replace(rec, seen, seen | kMaySleep)) {
         return;
     }
-    timespec const slice{0, static_cast<long>(std::min(kSliceNs, deadline.LeftNs()))};
-    // Whatever ends the sleep, the caller looks again; so its result says nothing.
-    static_cast<void>(::syscall(SYS_futex, &rec.word, FUTEX_WAIT, seen | kMaySleep, &slice, nullptr, 0));
+    FutexWait(rec.word, seen | kMaySleep, std::min(kSliceNs, deadline.LeftNs()), true);
 }
 
 LockResult Detail::AcquireContended(SharedLockRec& rec, NamedObject const& object, Deadline const& deadline) {
@@ -115,7 +89,7 @@ LockResult Detail::AcquireContended(SharedLockRec& rec, NamedObject const& objec
 void Detail::WakeOne(SharedLockRec& rec) {
     CORVALEN_FAULT("lock.released");
     // A death before the wake costs the sleeper the rest of its slice.
-    static_cast<void>(::syscall(SYS_futex, &rec.word, FUTEX_WAKE, 1, nullptr, nullptr, 0));
+    FutexWake(rec.word, 1, true);
 }
 
 void AbandonShared(SharedLockRec& rec) {

@@ -72,7 +72,8 @@ enum class [[nodiscard]] Attempt{kAcquired, kAbandoned, kOccupied};
 /// One attempt, without a wait. `othersMaySleep` says that the caller has waited: the word keeps its sleep
 /// mark.
 Attempt TryAcquire(SharedLockRec& rec, NamedObject const& object, bool othersMaySleep);
-/// Looks for a short while whether the word becomes free; sleeping costs more. At once on one processor.
+/// Looks for a short while whether the word becomes free; sleeping costs more. Hardly at all on one
+/// processor, where the owner can't run meanwhile.
 void LookForRelease(SharedLockRec& rec);
 /// Sleeps until the word changes, at most a few milliseconds and not beyond `deadline`. Takes nothing.
 void SleepUntilChange(SharedLockRec& rec, Deadline const& deadline);

@@ -62,7 +62,7 @@ TEST_F(SharedLocks, PassFromTheDeadAsAbandonedOnce) {
     EXPECT_EQ(Take(m_Object), LockResult::kAcquired);
     AbandonShared(Rec(m_Object));
     EXPECT_EQ(Take(m_Object), LockResult::kAbandoned);
-    EXPECT_EQ(Take(m_Other), LockResult::kFailed) << "not open";
+    EXPECT_EQ(AcquireShared(Rec(m_Object), m_Other, Generous()), LockResult::kFailed) << "not open";
 }
 
 TEST_F(SharedLocks, PassFromAKilledProcessToAWaiter) {
