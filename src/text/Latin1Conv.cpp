@@ -20,15 +20,23 @@ struct Latin1Form {
     unsigned short const (&hiTable)[32];
     std::uint8_t missing;
 
-    std::size_t Encode(std::uint16_t value, std::uint8_t* bytes) const {
-        bytes[0] = static_cast<std::uint8_t>(value);
-        if (value < kHiFirst || (value >= kHiEnd && value < 0x100)) {
-            return 1;
+    // The byte of a character; 0 for none, since U+0000 does not come here.
+    [[nodiscard]] std::uint8_t SpecialByteOf(std::uint16_t value) const {
+        if (value < 0x100) {
+            return missing;
         }
         auto const* const row = std::find(std::begin(hiTable), std::end(hiTable), value);
-        bool const isThere = value >= 0x100 && row != std::end(hiTable);
-        bytes[0] = isThere ? static_cast<std::uint8_t>(kHiFirst + (row - hiTable)) : missing;
-        return isThere || missing != 0 ? 1 : 0;
+        return row != std::end(hiTable) ? static_cast<std::uint8_t>(kHiFirst + (row - hiTable)) : missing;
+    }
+
+    std::size_t Encode(std::uint16_t value, std::uint8_t* bytes) const {
+        bool const isItself = value < kHiFirst || (value >= kHiEnd && value < 0x100);
+        std::uint8_t const byte = isItself ? static_cast<std::uint8_t>(value) : SpecialByteOf(value);
+        if (byte == 0 && !isItself) {
+            return 0;
+        }
+        bytes[0] = byte;
+        return 1;
     }
 
     Decoded Decode(std::uint8_t const* in, std::uint8_t const* /*end*/) const {

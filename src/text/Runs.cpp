@@ -14,6 +14,12 @@ Runs const* RunsOf(RunLevel level) {
     switch (level) {
         case RunLevel::kRule:
             return nullptr;
+#if defined(__x86_64__)
+        case RunLevel::kSse2:
+            return &kSse2Runs;
+        case RunLevel::kAvx2:
+            return &kAvx2Runs;
+#endif
         default:
             return &kPortableRuns;
     }
@@ -22,7 +28,12 @@ Runs const* RunsOf(RunLevel level) {
 }  // namespace
 
 RunLevel BestRunLevel() {
+#if defined(__x86_64__)
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt") ? RunLevel::kAvx2
+                                                                              : RunLevel::kSse2;
+#else
     return RunLevel::kPortable;
+#endif
 }
 
 // Relaxed, and decided twice if two threads come at once: both find the same constant table.
