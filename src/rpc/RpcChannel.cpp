@@ -165,9 +165,15 @@ void RpcChannel::Unlock() {
     m_SharedMem->Unlock();
 }
 
+// A forked child shares the memory with its parent, and not the lock: it must not touch the pool.
 bool RpcChannel::CanUsePool() {
     return Verify(m_MemPool != nullptr && m_SharedMem != nullptr, Gravity::kMinor,
-                  "m_MemPool != NULL && m_SharedMem != NULL", kSource);
+                  "m_MemPool != NULL && m_SharedMem != NULL", kSource) &&
+           IsOfThisProcess();
+}
+
+bool RpcChannel::IsOfThisProcess() const {
+    return m_Epoch == Platform::ProcessEpoch();
 }
 
 std::uint32_t RpcChannel::NewHandle(std::uint32_t size) {
@@ -211,7 +217,7 @@ bool RpcChannel::IsValidHandle(std::uint32_t handle) {
 }
 
 void RpcChannel::TagHandle(std::uint32_t handle, std::uint32_t endpoint) {
-    if (handle == 0 || m_MemPool == nullptr) {
+    if (handle == 0 || m_MemPool == nullptr || !IsOfThisProcess()) {
         return;
     }
     if (void* const data = m_MemPool->HandleData(handle)) {
@@ -231,7 +237,7 @@ int RpcChannel::Request(std::uint32_t target, std::uint32_t handle, std::uint32_
     TagHandle(handle, target);
     *reply = 0;
     Platform::SendOutcome outcome{ESRCH};
-    if (m_Epoch == Platform::ProcessEpoch()) {
+    if (IsOfThisProcess()) {
         outcome = Platform::SendToWindow(target, kRequestMessage, m_Ref, static_cast<long>(handle), timeout);
     }
     if (outcome.error == 0) {
@@ -251,7 +257,7 @@ int RpcChannel::Notify(std::uint32_t target, std::uint32_t handle) {
     }
     TagHandle(handle, target);
     int error = ESRCH;
-    if (m_Epoch == Platform::ProcessEpoch()) {
+    if (IsOfThisProcess()) {
         error = Platform::PostToWindow(target, kNotifyMessage, m_Ref, static_cast<long>(handle));
     }
     if (error != 0) {

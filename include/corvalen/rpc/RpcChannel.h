@@ -126,6 +126,7 @@ private:
     void DisposeAfterHandler(std::uint32_t handle);
     bool CanUsePool();
     bool CanSend();
+    [[nodiscard]] bool IsOfThisProcess() const;
     [[nodiscard]] std::uint16_t LockTag() const;
 
     std::uint32_t m_Epoch = 0;  // of the process that opened it
