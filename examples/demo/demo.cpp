@@ -63,7 +63,7 @@ class Demonstration {
 public:
     explicit Demonstration(Settings settings)
         : m_Settings(std::move(settings)),
-          m_Deadline(Clock::now() + std::chrono::minutes(5)),
+          m_Deadline(Clock::now() + std::chrono::minutes(4)),
           m_Centre({m_Settings.programs + "/message-centre", m_Settings.channel, LogName()}) {}
 
     /// Whether everything arrived, once and whole.

@@ -26,7 +26,7 @@ private:
 };
 
 int Run(std::string const& channel, std::string const& text) {
-    constexpr unsigned kLimitMs = 5000;
+    constexpr unsigned kLimitMs = 30000;
     EchoClient client(std::u16string(channel.begin(), channel.end()).c_str());
     int const opened = client.OpenClient();
     std::uint32_t const server = opened == 0 ? client.FindServer(u"echo server") : 0;
