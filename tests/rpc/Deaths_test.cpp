@@ -13,6 +13,7 @@
 #include "corvalen/rpc/MemoryPool.h"
 #include "corvalen/rpc/RpcChannel.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Leftovers.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Unique.h"
 
@@ -130,7 +131,12 @@ protected:
         return points;
     }
 
+    void TearDown() override {
+        Support::RemoveLeftRegion(m_Name);
+    }
+
     void NewName() {
+        Support::RemoveLeftRegion(m_Name);
         m_Name = Support::UniqueName("die");
         m_WideName = {m_Name.begin(), m_Name.end()};
     }

@@ -14,6 +14,7 @@
 #include "platform/InboxFile.h"
 #include "platform/NamedObject.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Leftovers.h"
 #include "tests/support/Unique.h"
 
 namespace {
@@ -66,6 +67,8 @@ TEST(HostilePeers, GetErrorsOutOfTheOthersAndNoCrash) {
         ChildProcess next("rpc_peer", {name, "server"});
         EXPECT_NE(EndpointOf(next), 0U);
         EXPECT_EQ(ChildProcess("rpc_peer", {name, "client", "20"}).ReadLine(), "done");
+        next.Kill();
+        Support::RemoveLeftRegion(name);
     }
 }
 
@@ -78,6 +81,8 @@ TEST(HostilePeers, ThatCutAFileOffDoNotTakeDownWhoOnlyLooksForAServer) {
     ChildProcess finder("rpc_peer", {name, "find"});
     EXPECT_EQ(finder.ReadLine(), "0");
     EXPECT_EQ(finder.Wait(), 0);
+    server.Kill();
+    Support::RemoveLeftRegion(name);
 }
 
 }  // namespace
