@@ -142,7 +142,7 @@ void XmlNode::AppendChild(XmlNode const& child) const {
     XmlNodeState const& below = Require(child.m_State);
     bool const takesChildren = Kind() == XmlKind::kElement || Kind() == XmlKind::kDocument;
     RequireThat(takesChildren && !below.attribute && child.Kind() != XmlKind::kDocument);
-    RequireThat(!IsWithin(above.node, below.node));
+    RequireThat(below.node.type() != pugi::node_declaration && !IsWithin(above.node, below.node));
     RequireThat(Kind() == XmlKind::kElement || FitsAtTop(above.tree->document, below.node));
     RequireThat(DepthOf(above.node) + HeightOf(below.node) <= XmlDocument::kMaxDepth);
     Transplant(*below.tree, below.node, *above.tree, above.node);

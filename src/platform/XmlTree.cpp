@@ -44,6 +44,26 @@ bool NoteMoves(XmlTree const& source, pugi::xml_node node, pugi::xml_node copy, 
     return true;
 }
 
+// Whether the units of the text have two or four bytes: its first character shows it.
+bool HasWideUnits(std::string_view bytes) {
+    constexpr std::size_t kLongestUnit = 4;
+    return bytes.starts_with("\xFE\xFF") || bytes.starts_with("\xFF\xFE") ||
+           bytes.substr(0, kLongestUnit).find('\0') != std::string_view::npos;
+}
+
+pugi::xml_attribute DeclaredEncoding(pugi::xml_document const& document) {
+    pugi::xml_node const first = document.first_child();
+    return first.type() == pugi::node_declaration ? first.attribute("encoding") : pugi::xml_attribute();
+}
+
+bool IsDeclaredLatin1(pugi::xml_document const& document) {
+    std::string name = DeclaredEncoding(document).value();
+    for (char& c : name) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return name == "iso-8859-1" || name == "latin1";
+}
+
 // What is wrong with one node of a tree that was parsed without replacing references; null if nothing is.
 char const* FaultOf(pugi::xml_node node) {
     bool hasSoundReferences = node.type() != pugi::node_pcdata || HasOnlyOwnReferences(node.value());
@@ -55,7 +75,12 @@ char const* FaultOf(pugi::xml_node node) {
     if (!isText) {
         return "a byte sequence is no text in the document's encoding";
     }
-    return hasSoundReferences ? nullptr : "reference to an entity that is not built in";
+    if (!hasSoundReferences) {
+        return "reference to an entity that is not built in";
+    }
+    bool const isMisplaced = node.type() == pugi::node_declaration &&
+                             (node.previous_sibling() || node.parent().type() != pugi::node_document);
+    return isMisplaced ? "XML declaration that is not at the beginning" : nullptr;
 }
 
 // The node behind `node` in document order, within `top` and all below it; null behind the last.
@@ -217,14 +242,20 @@ unsigned HeightOf(pugi::xml_node node) {
 }
 
 std::string Parse(XmlTree& tree, std::string_view bytes, unsigned maxDepth) {
+    pugi::xml_encoding encoding = HasWideUnits(bytes) ? pugi::encoding_auto : pugi::encoding_utf8;
     auto const load = [&](unsigned options) {
-        pugi::xml_parse_result const result = tree.document.load_buffer(bytes.data(), bytes.size(), options);
+        auto const result = tree.document.load_buffer(bytes.data(), bytes.size(), options, encoding);
         if (result.status == pugi::status_out_of_memory) {
             throw std::bad_alloc();
         }
         return result;
     };
-    if (pugi::xml_parse_result const result = load(kParseAsWritten); !result) {
+    pugi::xml_parse_result result = load(kParseAsWritten);
+    if (result && encoding == pugi::encoding_utf8 && IsDeclaredLatin1(tree.document)) {
+        encoding = pugi::encoding_latin1;
+        result = load(kParseAsWritten);
+    }
+    if (!result) {
         return std::string(result.description()) + " at character " + std::to_string(result.offset);
     }
     if (char const* const fault = FaultOf(tree.document, maxDepth)) {
@@ -234,9 +265,8 @@ std::string Parse(XmlTree& tree, std::string_view bytes, unsigned maxDepth) {
         load(kParseAsWritten | pugi::parse_escapes);
     }
     // What is held is UTF-8, and so will be what is saved.
-    pugi::xml_node const first = tree.document.first_child();
-    if (first.type() == pugi::node_declaration && first.attribute("encoding")) {
-        first.attribute("encoding").set_value("UTF-8");
+    if (pugi::xml_attribute declared = DeclaredEncoding(tree.document)) {
+        declared.set_value("UTF-8");
     }
     return {};
 }

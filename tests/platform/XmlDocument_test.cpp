@@ -71,6 +71,10 @@ TEST(XmlNode, RefusesCharactersThatXmlDoesNotHave) {
 TEST(XmlDocument, ReadsOtherEncodingsAndSavesUtf8) {
     EXPECT_EQ(Loaded("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a b=\"\xE9\"/>").Save(),
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?><a b=\"\xC3\xA9\"/>");
+    // What only looks like a declaration declares nothing.
+    std::string const utf8 = "<?xml-x encoding=\"ISO-8859-1\"?><a>\xC3\xA9</a>";
+    EXPECT_EQ(Loaded(utf8).Save(), utf8);
+    EXPECT_EQ(Loaded("\xEF\xBB\xBF" + utf8).Save(), utf8);
     std::u16string const wide = u"\uFEFF<a>\u20AC</a>";
     EXPECT_EQ(Loaded({reinterpret_cast<char const*>(wide.data()), wide.size() * 2}).Save(),
               "<a>\xE2\x82\xAC</a>");
@@ -90,6 +94,7 @@ RefusedCase const kRefused[] = {
     {"WrongEndTag", "<a></b>", "at character"},
     {"TwoAtTheTop", "<a/><b/>", "not exactly one element"},
     {"NotInItsEncoding", "<a b=\"\xE9\"/>", "no text"},
+    {"SecondDeclaration", "<!--c--><?xml version=\"1.0\"?><a/>", "at the beginning"},
     {"ControlCharacter", "<a>\x01</a>", "no text"},
     {"OutsideEntity", "<!DOCTYPE a [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><a>&e;</a>", "entity"},
     {"InsideEntity", "<!DOCTYPE a [<!ENTITY e \"x\">]><a b=\"&e;\"/>", "entity"},

@@ -72,8 +72,9 @@ public:
     [[nodiscard]] XmlNode NextSibling() const;
 
     /// Makes `child`, with all below it, the last child of this node; it leaves the place where it was.
-    /// Throws kFail if it can't stand here: an attribute, a document, a node above this one, a second element
-    /// or text at the top of a document, or a tree deeper than XmlDocument::kMaxDepth.
+    /// Throws kFail if it can't stand here: an attribute, a document or its XML declaration, a node above
+    /// this one, a second element or text at the top of a document, or a tree deeper than
+    /// XmlDocument::kMaxDepth.
     void AppendChild(XmlNode const& child) const;
     /// Takes `child` out of this tree. Throws kInvalidArgument if it is no child of this node.
     void RemoveChild(XmlNode const& child) const;
