@@ -4,6 +4,7 @@
 #include <langinfo.h>
 #include <locale.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -18,6 +19,8 @@ namespace {
 constexpr char kAscii[] = "ASCII";
 constexpr char kUnits[] = "UTF-16LE";
 constexpr std::uint16_t kReplacement = 0xFFFD;
+// More bytes than any character of any code set has, and more units than it gives.
+constexpr std::ptrdiff_t kFewUnits = 32;
 constexpr std::uint8_t kQuestionMark[] = {'?', 0};
 
 auto const kNone = reinterpret_cast<iconv_t>(-1);
@@ -250,11 +253,19 @@ CodePage::Stop CodePage::DecodeOther(std::uint8_t const*& in, std::uint8_t const
         return Stop::kFailed;
     }
     while (in != inEnd) {
-        int const error = thread.decode.Convert(&in, static_cast<std::size_t>(inEnd - in), out, outEnd);
+        auto const room = (outEnd - out) / 2;
+        if (room < kFewUnits) {
+            return Stop::kFull;
+        }
+        // No more than what fits: iconv converts ahead, and again from the start when it finds no room for
+        // that.
+        auto const* const pieceEnd = in + std::min(inEnd - in, room);
+        int const error = thread.decode.Convert(&in, static_cast<std::size_t>(pieceEnd - in), out, outEnd);
         if (error == E2BIG) {
             return Stop::kFull;
         }
-        if (error != 0) {
+        bool const isCut = error == EINVAL && pieceEnd != inEnd;
+        if (error != 0 && !isCut) {
             // An undefined byte, or a character that the end of the text cuts off: begin behind its first
             // byte.
             if (outEnd - out < 2) {
