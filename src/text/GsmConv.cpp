@@ -16,6 +16,11 @@ constexpr char kSource[] = "GsmConv";
 constexpr std::uint8_t kEscape = 0x1B;
 constexpr signed char kNoCode = -1;
 
+// The codes of the Greek capitals, U+0390 to U+03AF, so that the fast loop need not search for them. Filled
+// with the reverse tables.
+constexpr std::uint16_t kGreekFirst = 0x390;
+signed char s_GreekCodes[32];
+
 // A code as the reverse tables and the missing character have it: negative for one behind the escape.
 std::size_t WriteCode(signed char code, std::uint8_t* bytes) {
     if (code >= 0) {
@@ -80,12 +85,27 @@ struct GsmConv::Form {
 
     void EncodeAll(Cursor& c) const {
         for (; c.in != c.inEnd; c.in += 2) {
-            c.out += Encode(LoadUnit(c.in), c.out);
+            std::uint16_t const value = LoadUnit(c.in);
+            signed char const code = QuickCodeOf(value);
+            c.out += code != kNoCode ? WriteCode(code, c.out) : Encode(value, c.out);
         }
+    }
+
+    static signed char QuickCodeOf(std::uint16_t value) {
+        if (value < std::size(s_GsmLoReverseTable)) {
+            return s_GsmLoReverseTable[value];
+        }
+        auto const greek = static_cast<unsigned>(value - kGreekFirst);
+        return greek < std::size(s_GreekCodes) ? s_GreekCodes[greek] : kNoCode;
     }
 
     void DecodeAll(Cursor& c) const {
         while (c.in != c.inEnd && c.out != c.outEnd) {
+            if (*c.in < std::size(s_GsmCharTable) && s_GsmCharTable[*c.in] != 0) {
+                StoreUnit(c.out, s_GsmCharTable[*c.in++]);
+                c.out += 2;
+                continue;
+            }
             Decoded const decoded = Decode(c.in, c.inEnd);
             if (decoded.kind == Decoded::kMalformed) {
                 return;
@@ -145,6 +165,7 @@ void GsmConv::BuildReverseTables() {
         return;
     }
     std::fill(std::begin(s_GsmLoReverseTable), std::end(s_GsmLoReverseTable), kNoCode);
+    std::fill(std::begin(s_GreekCodes), std::end(s_GreekCodes), kNoCode);
     for (unsigned code = 0; code < std::size(s_GsmCharTable); ++code) {
         EnterReverse(static_cast<signed char>(code), s_GsmCharTable[code]);
     }
@@ -163,6 +184,9 @@ void GsmConv::EnterReverse(signed char code, unsigned short unicode) {
                             "s_GsmHiReverseCount < sizeof(s_GsmHiReverseTable) / sizeof(GsmHiCharRec)",
                             kSource)) {
         s_GsmHiReverseTable[s_GsmHiReverseCount++] = {code, unicode};
+        if (unicode >= kGreekFirst && unicode < kGreekFirst + std::size(s_GreekCodes)) {
+            s_GreekCodes[unicode - kGreekFirst] = code;
+        }
     }
 }
 

@@ -353,6 +353,31 @@ CORVALEN_STEP std::uint8_t* StoreBytes(std::uint8_t* out, __m128i bytes, unsigne
     return out + 4 + __builtin_popcount(index);
 }
 
+// For eight units of at most two bytes in 16-bit lanes: the shuffle that drops the second byte where the unit's
+// bit is not set.
+constexpr std::array<Shuffle, 256> MakePairPicks() {
+    std::array<Shuffle, 256> picks{};
+    for (unsigned index = 0; index < picks.size(); ++index) {
+        picks[index].fill(0x80);
+        unsigned to = 0;
+        for (unsigned unit = 0; unit < 8; ++unit) {
+            picks[index][to++] = static_cast<std::uint8_t>(2 * unit);
+            if ((index >> unit & 1) != 0) {
+                picks[index][to++] = static_cast<std::uint8_t>(2 * unit + 1);
+            }
+        }
+    }
+    return picks;
+}
+
+alignas(64) constexpr std::array<Shuffle, 256> kPairPicks = MakePairPicks();
+
+CORVALEN_STEP std::uint8_t* StorePairs(std::uint8_t* out, __m128i pairs, unsigned index) {
+    auto const* const pick = reinterpret_cast<__m128i const*>(kPairPicks[index].data());
+    Store(out, _mm_shuffle_epi8(pairs, _mm_load_si128(pick)));
+    return out + 8 + __builtin_popcount(index);
+}
+
 constexpr std::size_t kUnits = 16;              // of a step
 constexpr std::size_t kStepRoom = 3 * kUnits + 16;  // what a step may touch
 constexpr std::size_t kCover = 12;              // bytes at most that a step writes and does not count
@@ -373,6 +398,16 @@ CORVALEN_STEP std::size_t StoreUtf8(__m256i units, std::uint8_t* out) {
     __m256i const isAscii = _mm256_cmpeq_epi16(_mm256_and_si256(units, Splat16(0xFF80)), zero);
     __m256i const isShort = _mm256_cmpeq_epi16(_mm256_and_si256(units, Splat16(0xF800)), zero);
     __m256i const tail = _mm256_or_si256(_mm256_and_si256(units, Splat16(0x3F)), Splat16(0x80));
+    std::uint32_t const middles = ~UnitMask(isAscii);
+    std::uint8_t* const begin = out;
+    if (_mm256_testz_si256(units, Splat16(0xF800))) {
+        __m256i const lead2 = _mm256_or_si256(_mm256_srli_epi16(units, 6), Splat16(0xC0));
+        __m256i const pairs =
+            _mm256_or_si256(_mm256_blendv_epi8(lead2, units, isAscii), _mm256_slli_epi16(tail, 8));
+        out = StorePairs(out, _mm256_castsi256_si128(pairs), middles & 0xFF);
+        out = StorePairs(out, _mm256_extracti128_si256(pairs, 1), middles >> 8 & 0xFF);
+        return static_cast<std::size_t>(out - begin);
+    }
     __m256i const last = _mm256_blendv_epi8(tail, units, isAscii);
     // The middle byte is 0x80 with six bits, or 0xC0 with five where it leads.
     __m256i const middle =
@@ -382,9 +417,7 @@ CORVALEN_STEP std::size_t StoreUtf8(__m256i units, std::uint8_t* out) {
     __m256i const front = _mm256_or_si256(lead, _mm256_slli_epi16(middle, 8));
     __m256i const evens = _mm256_unpacklo_epi16(front, last);
     __m256i const odds = _mm256_unpackhi_epi16(front, last);
-    std::uint32_t const middles = ~UnitMask(isAscii);
     std::uint32_t const leads = ~UnitMask(isShort);
-    std::uint8_t* const begin = out;
     out = StoreBytes(out, _mm256_castsi256_si128(evens), (middles & 15) | (leads & 15) << 4);
     out = StoreBytes(out, _mm256_castsi256_si128(odds), (middles >> 4 & 15) | (leads & 0xF0));
     out = StoreBytes(out, _mm256_extracti128_si256(evens, 1), (middles >> 8 & 15) | (leads >> 4 & 0xF0));
@@ -395,10 +428,15 @@ CORVALEN_STEP std::size_t StoreUtf8(__m256i units, std::uint8_t* out) {
 // The last units of a run, at most sixteen: exactly their bytes. False if they do not fit.
 CORVALEN_STEP bool StoreLastUtf8(Cursor& c) {
     std::size_t const units = std::min(c.Left() / 2, kUnits);
-    std::uint8_t padded[2 * kUnits] = {};
     std::uint8_t bytes[kStepRoom];
-    CopyExactly(padded, c.in, 2 * units);
-    std::size_t const count = StoreUtf8(Load(padded), bytes) - (kUnits - units);
+    std::size_t count;
+    if (units == kUnits) {
+        count = StoreUtf8(Load(c.in), bytes);
+    } else {
+        std::uint8_t padded[2 * kUnits] = {};
+        CopyExactly(padded, c.in, 2 * units);
+        count = StoreUtf8(Load(padded), bytes) - (kUnits - units);
+    }
     if (count > c.Room()) {
         return false;
     }
