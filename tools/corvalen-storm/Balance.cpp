@@ -40,6 +40,7 @@ bool DrawNotifications(Board const& board, Totals const& totals) {
 
 bool DrawHandles(Board const& board) {
     std::printf("handles\n");
+    Row("deaths inside the channel's lock", board.deathsInTheLock);
     Row("purged meanwhile for dead clients", board.purgedMeanwhile);
     Row("live at the end", board.liveBeforePurge);
     Row("purged at the end", board.purged);

@@ -79,6 +79,7 @@ struct Board {
     TimeHistogram heldTimes;
     Counter wrongAtServer, outOfOrder, requestsHandled, notificationsHandled, purgedMeanwhile;
     Counter errorsLogged, mappingsLeft;
+    Counter deathsInTheLock;  // as the next owners of the channel's lock report them
     /// What the examiner found at the end.
     Counter liveBeforePurge, purged, liveAfterPurge, notOwned, lost;
     std::atomic<std::uint32_t> isExamined;

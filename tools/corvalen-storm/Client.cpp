@@ -255,7 +255,9 @@ private:
         if (!FindTheServer()) {
             return;
         }
-        auto const isNone = [](std::uint32_t kept) { return kept == 0; };
+        auto const isNone = [](std::uint32_t kept) {
+            return kept == 0;
+        };
         while (std::all_of(m_Kept.begin(), m_Kept.end(), isNone) && SendRequest(true, 0)) {
         }
         for (std::uint32_t& kept : m_Kept) {

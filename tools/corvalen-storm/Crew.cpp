@@ -68,6 +68,7 @@ Crew::Crew(Board& board, int boardDescriptor, std::string channel, std::uint32_t
     sigset_t const set = EndOfAChild();
     ::sigprocmask(SIG_BLOCK, &set, nullptr);
     m_Server.assignment = {.role = "server", .channel = channel};
+    m_Visitor.assignment = {.role = "visitor", .channel = channel};
     m_Examiner.assignment = {.role = "examiner", .channel = channel};
     for (std::uint32_t slot = 0; slot < clients; ++slot) {
         m_Clients[slot].assignment = {
@@ -84,6 +85,7 @@ Crew::~Crew() {
     };
     end(m_Server);
     end(m_Examiner);
+    end(m_Visitor);
     for (Member& client : m_Clients) {
         end(client);
     }
@@ -156,11 +158,10 @@ void Crew::NoteClientDeath(Member const& member) {
 }
 
 Member* Crew::FindMember(pid_t pid) {
-    if (m_Server.pid == pid) {
-        return &m_Server;
-    }
-    if (m_Examiner.pid == pid) {
-        return &m_Examiner;
+    for (Member* const one : {&m_Server, &m_Examiner, &m_Visitor}) {
+        if (one->pid == pid) {
+            return one;
+        }
     }
     for (Member& client : m_Clients) {
         if (client.pid == pid) {

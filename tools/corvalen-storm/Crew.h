@@ -36,6 +36,7 @@ public:
 
     [[nodiscard]] Member& Server() { return m_Server; }
     [[nodiscard]] Member& Examiner() { return m_Examiner; }
+    [[nodiscard]] Member& Visitor() { return m_Visitor; }
     [[nodiscard]] std::vector<Member>& Clients() { return m_Clients; }
     [[nodiscard]] std::uint64_t Fallen() const { return m_Fallen; }
     [[nodiscard]] std::uint64_t ClientKills() const { return m_ClientKills; }
@@ -53,6 +54,7 @@ private:
     int m_BoardDescriptor;
     Member m_Server;
     Member m_Examiner;
+    Member m_Visitor;
     std::vector<Member> m_Clients;
     std::uint64_t m_Fallen = 0;
     std::uint64_t m_ClientKills = 0;

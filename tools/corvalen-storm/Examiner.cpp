@@ -93,4 +93,14 @@ int RunExaminer(Board& board, Assignment const& assignment) {
     return 0;
 }
 
+int RunVisitor(Board& board, Assignment const& assignment) {
+    ErrorWatch const watch(board);
+    Examiner visitor(Wide(assignment.channel).c_str());
+    int const error = visitor.OpenServer(kServerTitle);
+    if (error == 0) {
+        visitor.Close();
+    }
+    return error;
+}
+
 }  // namespace Storm

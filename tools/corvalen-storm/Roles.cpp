@@ -1,6 +1,7 @@
 #include "Roles.h"
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 
 #include "corvalen/diagnostics/Log.h"
@@ -12,10 +13,14 @@ namespace {
 
 using System::Diagnostics::FLog;
 
-void CountError(void* user, unsigned severity, std::uint64_t /*component*/, char const* /*name*/,
-                unsigned threadId, long /*time*/, char const* /*context*/, char const* text) {
+void CountReport(void* user, unsigned severity, std::uint64_t /*component*/, char const* /*name*/,
+                 unsigned threadId, long /*time*/, char const* /*context*/, char const* text) {
+    auto& board = *static_cast<Board*>(user);
+    if (std::strstr(text, "filler == 0") != nullptr) {
+        board.deathsInTheLock++;
+    }
     if (severity == 0) {
-        static_cast<Board*>(user)->errorsLogged++;
+        board.errorsLogged++;
         std::fprintf(stderr, "\nerror logged by %u: %s\n", threadId, text);
     }
 }
@@ -24,11 +29,11 @@ void CountError(void* user, unsigned severity, std::uint64_t /*component*/, char
 
 ErrorWatch::ErrorWatch(Board& board) : m_Board(board) {
     InitFramework();
-    FLog::RegisterProc(CountError, &m_Board);
+    FLog::RegisterProc(CountReport, &m_Board);
 }
 
 ErrorWatch::~ErrorWatch() {
-    FLog::UnregisterProc(CountError, &m_Board);
+    FLog::UnregisterProc(CountReport, &m_Board);
     ExitFramework();
 }
 

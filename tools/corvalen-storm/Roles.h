@@ -11,7 +11,7 @@ constexpr char16_t kServerTitle[] = u"storm";
 
 /// What a spawned process is: all that its command line says.
 struct Assignment {
-    std::string role;  // "server", "client" or "examiner"
+    std::string role;  // "server", "client", "examiner" or "visitor"
     std::string channel;
     std::uint32_t slot = 0;         // of a client
     std::uint32_t life = 0;         // of a client, or which server
@@ -24,8 +24,12 @@ struct Assignment {
 int RunServer(Board& board, Assignment const& assignment);
 int RunClient(Board& board, Assignment const& assignment);
 int RunExaminer(Board& board, Assignment const& assignment);
+/// Opens the channel when all others are gone, as the next run of a server would, and closes it. An opening
+/// takes away what killed processes have left.
+int RunVisitor(Board& board, Assignment const& assignment);
 
-/// Counts the error lines of this process's log on the board and writes them to standard error.
+/// Counts what this process's log tells of errors and of deaths inside the channel's lock on the board;
+/// errors go to standard error as well.
 class ErrorWatch {
 public:
     explicit ErrorWatch(Board& board);

@@ -75,7 +75,19 @@ bool Conductor::Settle() {
         return false;
     }
     m_Board.phase.Set(static_cast<std::uint32_t>(Phase::kEnd));
-    return TendUntil("the server to leave", [this] { return m_Crew.Server().pid == 0; });
+    return TendUntil("the server to leave", [this] { return m_Crew.Server().pid == 0; }) && SendVisitors();
+}
+
+// An opening looks at some dozens of files only, so that one visitor may not find all that many clients left.
+bool Conductor::SendVisitors() {
+    constexpr std::size_t kClientsForAVisit = 16;
+    Member& visitor = m_Crew.Visitor();
+    for (std::size_t i = 0; i <= m_Crew.Clients().size() / kClientsForAVisit; ++i) {
+        if (!m_Crew.Start(visitor) || !TendUntil("a visitor to leave", [&] { return visitor.pid == 0; })) {
+            return false;
+        }
+    }
+    return true;
 }
 
 double Conductor::Seconds() const {

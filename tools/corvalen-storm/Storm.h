@@ -34,6 +34,7 @@ private:
     void ShowProgress(bool isLast);
     template <typename Condition>
     bool TendUntil(char const* what, Condition condition);
+    bool SendVisitors();
     bool EnterPhase(Phase phase, char const* what);
 
     Options const m_Options;

@@ -35,7 +35,10 @@ int RunMember(Assignment const& assignment) {
     if (assignment.role == "server") {
         return RunServer(*board, assignment);
     }
-    return assignment.role == "client" ? RunClient(*board, assignment) : RunExaminer(*board, assignment);
+    if (assignment.role == "client") {
+        return RunClient(*board, assignment);
+    }
+    return assignment.role == "examiner" ? RunExaminer(*board, assignment) : RunVisitor(*board, assignment);
 }
 
 int RunStorm(Options const& options) {
