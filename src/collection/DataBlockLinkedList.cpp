@@ -150,6 +150,15 @@ void FDataBlockLinkedList::Append(FDataBlock* first) {
     }
 }
 
+// From the blocks themselves, whose offsets a derived class may have moved.
+void FDataBlockLinkedList::CountAfresh() {
+    m_FullLength = 0;
+    for (FDataBlock* block = m_First; block != nullptr; block = block->m_Next) {
+        m_FullLength += block->Remainder();
+        m_Last = block;
+    }
+}
+
 void FDataBlockLinkedList::Add(unsigned char const* data, std::uint64_t length) {
     MonitorGuard const guard(m_Monitor);
     Append(length <= kMaxBlockLength ? NewBlock(data, static_cast<std::uint32_t>(length))
@@ -159,7 +168,10 @@ void FDataBlockLinkedList::Add(unsigned char const* data, std::uint64_t length) 
 void FDataBlockLinkedList::Add(FDataBlockLinkedList* other) {
     // The other monitor is left alone, so that two lists that add each other can't wait for each other.
     MonitorGuard const guard(m_Monitor);
-    Append(CopyOf(other->m_First));
+    if (FDataBlock* const copies = CopyOf(other->m_First)) {
+        (m_First == nullptr ? m_First : m_Last->m_Next) = copies;
+        CountAfresh();
+    }
 }
 
 void FDataBlockLinkedList::Release() {
@@ -233,9 +245,8 @@ bool FDataBlockLinkedList::ReleaseDataBlock(std::uint64_t length) {
         if (m_First->Remainder() > 0) {
             if (left != 0) {
                 Diagnostics::LogError(
-                    "FDataBlockLinkedList::ReleaseDataBlock - the current data block is not empty and the "
-                    "data "
-                    "to release are not NULL.");
+                    "FDataBlockLinkedList::ReleaseDataBlock - the current data block is not empty and "
+                    "the data to release are not NULL.");
             }
             break;
         }
@@ -244,15 +255,15 @@ bool FDataBlockLinkedList::ReleaseDataBlock(std::uint64_t length) {
             break;
         }
     }
+    m_FullLength = std::max<std::int64_t>(m_FullLength, 0);
     return left == 0;
 }
 
 // Before all that came in the meantime.
 void FDataBlockLinkedList::PutBack(FDataBlock* first, FDataBlock* last) {
     MonitorGuard const guard(m_Monitor);
-    last->m_Next = std::exchange(m_First, nullptr);
-    m_FullLength = 0;
-    Append(first);
+    last->m_Next = std::exchange(m_First, first);
+    CountAfresh();
 }
 
 bool FDataBlockLinkedList::PopDataList_NF(FDataBlockLinkedList*& list) {

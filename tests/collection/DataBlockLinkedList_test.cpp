@@ -202,6 +202,23 @@ TEST(DataBlockLinkedList, AdoptsAChainWithWhatIsLeftOfIt) {
     EXPECT_EQ(Peek(list), "cde");
 }
 
+TEST(DataBlockLinkedList, CountsAfreshWhenItAddsAListAndNeverBelowZero) {
+    OpenList list;
+    Add(list, "abc");
+    Add(list, "");
+    list.get_FirstBlock()->m_Offset = 1;  // as a derived class may
+    OpenList other;
+    list.Add(&other);
+    EXPECT_EQ(list.GetFullDataLength(), 3);
+    Add(other, "de");
+    list.Add(&other);
+    EXPECT_EQ(list.GetFullDataLength(), 4);
+    EXPECT_EQ(Peek(list), "bcde");
+    list.get_FirstBlock()->m_Offset = 0;
+    EXPECT_TRUE(list.ReleaseDataBlock(5));
+    EXPECT_EQ(list.GetFullDataLength(), 0);
+}
+
 TEST(DataBlockLinkedList, CanBeUsedOnAfterItsRelease) {
     OpenList list;
     Add(list, "abc");

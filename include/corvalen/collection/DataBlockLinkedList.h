@@ -99,6 +99,7 @@ private:
     FDataBlock* NewBlock(unsigned char const* data, std::uint32_t length);
     void Retire(FDataBlock* block);
     void Append(FDataBlock* first);
+    void CountAfresh();
     void DropFirst();
     void PutBack(FDataBlock* first, FDataBlock* last);
 
