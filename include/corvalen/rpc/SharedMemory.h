@@ -7,10 +7,9 @@ namespace System::RPC {
 /// A block of memory that all processes of the machine share under one name, with one lock. What the block
 /// holds is its users' affair.
 ///
-/// Processes, Threads, Errors: as NamedRegion. The block's file bears its name, with what is no letter,
-/// digit, '_',
-/// '-' or '.' escaped, in "/dev/shm/Corvalen/Temp", and every user may open it. Its memory is reserved at
-/// once.
+/// Processes, Threads, Errors: as NamedRegion. The block's file lies in "/dev/shm/Corvalen/Temp" and bears
+/// its name, with what is no letter, digit, '_', '-' or '.' escaped; every user may open it. Its memory is
+/// reserved at once.
 class CORVALEN_API SharedMemory : public NamedRegion {
 public:
     /// Opens the block `name`, creating it if no process has it. All users of a name give the same `size`
