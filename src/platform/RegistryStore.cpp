@@ -1,11 +1,14 @@
 #include "platform/RegistryStore.h"
 
+#include <pthread.h>
+
 #include <cerrno>
 #include <functional>
 #include <system_error>
 #include <utility>
 
 #include "platform/RegistryFile.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -76,10 +79,30 @@ void Complain(std::vector<std::string>& complaints, std::string const& path, int
 
 }  // namespace
 
+// Holds the lock, and puts off a forced stop of the thread that would leave it behind.
+class RegistryStore::Guard {
+public:
+    explicit Guard(RegistryStore& store) : m_Guard(store.m_Lock) {}
+
+private:
+    StopDelay m_Delay;
+    std::lock_guard<std::mutex> m_Guard;
+};
+
 RegistryStore& RegistryStore::Instance() {
+    StopDelay const delay;
     // Never destroyed: a key of the host may be closed after any destructor of ours.
-    static auto* const s_Store = new RegistryStore;
+    static auto* const s_Store = MakeInstance();
     return *s_Store;
+}
+
+// A fork waits until no thread is in here: the child has nobody to finish a change or to give the lock back.
+RegistryStore* RegistryStore::MakeInstance() {
+    auto* const store = new RegistryStore;
+    // Want of memory is its only failure, and takes only this from the child.
+    static_cast<void>(::pthread_atfork([] { Instance().m_Lock.lock(); }, [] { Instance().m_Lock.unlock(); },
+                                       [] { Instance().m_Lock.unlock(); }));
+    return store;
 }
 
 void RegistryStore::ReadFile(RegistryFileState const& state, RegistryTree& tree, Told& told) {
@@ -129,7 +152,7 @@ std::optional<RegistryStore::OpenKey> RegistryStore::Resolve(RegistryHandle key)
 }
 
 RegistryView RegistryStore::View(RegistryHandle key) {
-    std::lock_guard const guard(m_Lock);
+    Guard const guard(*this);
     if (auto const root = RootOf(key)) {
         Refresh();
         return {m_Tree, m_Tree->Find(*root, {})};
@@ -139,7 +162,7 @@ RegistryView RegistryStore::View(RegistryHandle key) {
 }
 
 RegistryHandle RegistryStore::Open(RegistryHandle parent, std::u16string_view path, bool isToWrite) {
-    std::lock_guard const guard(m_Lock);
+    Guard const guard(*this);
     std::optional<OpenKey> key = Resolve(parent);
     RegistryPath below;
     if (!key || !SplitRegistryPath(path, below)) {
@@ -164,12 +187,12 @@ RegistryHandle RegistryStore::Open(RegistryHandle parent, std::u16string_view pa
 }
 
 void RegistryStore::Close(RegistryHandle key) {
-    std::lock_guard const guard(m_Lock);
+    Guard const guard(*this);
     m_Open.erase(key);
 }
 
 std::vector<std::string> RegistryStore::TakeComplaints() {
-    std::lock_guard const guard(m_Lock);
+    Guard const guard(*this);
     return std::exchange(m_Complaints, {});
 }
 

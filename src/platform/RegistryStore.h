@@ -58,6 +58,7 @@ public:
     [[nodiscard]] std::vector<std::string> TakeComplaints();
 
 private:
+    class Guard;
     struct OpenKey {
         RegistryRoot root;
         RegistryPath path;
@@ -65,6 +66,7 @@ private:
     };
     using Told = std::map<std::string, std::size_t>;  // by path: the state of the file that was told
 
+    static RegistryStore* MakeInstance();
     void Refresh();
     void ReadFile(RegistryFileState const& state, RegistryTree& tree, Told& told);
     std::optional<OpenKey> Resolve(RegistryHandle key) const;
