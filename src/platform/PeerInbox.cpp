@@ -130,11 +130,11 @@ bool PeerInbox::Reply(std::uint32_t slot, std::uint32_t tag, ReplyState state, s
     return true;
 }
 
-// The message is published before the owner's word is read here; the owner writes that word before it looks for
-// messages a last time. So one of the two sees the other. The count is raised before the wake-up, so that an owner
-// that is only about to sleep does not, also if we die in between. Afterwards the bits are taken back, so that further
-// senders need not wake it again; but only if the word is as we left it: an owner that has meanwhile gone to sleep
-// anew has set them for its next sleep.
+// The message is published before the owner's word is read here; the owner writes that word before it looks
+// for messages a last time. So one of the two sees the other. The count is raised before the wake-up, so that
+// an owner that is only about to sleep does not, also if we die in between. Afterwards the bits are taken
+// back, so that further senders need not wake it again; but only if the word is as we left it: an owner that
+// has meanwhile gone to sleep anew has set them for its next sleep.
 void PeerInbox::Signal(std::uint32_t bits) {
     std::atomic_thread_fence(std::memory_order_seq_cst);
     std::uint32_t& word = m_File.Rec().signal.word;

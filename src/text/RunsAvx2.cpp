@@ -16,9 +16,15 @@ CORVALEN_STEP __m256i Load(void const* in) {
 CORVALEN_STEP void Store(void* out, __m256i bytes) {
     _mm256_storeu_si256(static_cast<__m256i*>(out), bytes);
 }
-CORVALEN_STEP void Store(void* out, __m128i bytes) { _mm_storeu_si128(static_cast<__m128i*>(out), bytes); }
-CORVALEN_STEP __m256i Splat8(int value) { return _mm256_set1_epi8(static_cast<char>(value)); }
-CORVALEN_STEP __m256i Splat16(int value) { return _mm256_set1_epi16(static_cast<short>(value)); }
+CORVALEN_STEP void Store(void* out, __m128i bytes) {
+    _mm_storeu_si128(static_cast<__m128i*>(out), bytes);
+}
+CORVALEN_STEP __m256i Splat8(int value) {
+    return _mm256_set1_epi8(static_cast<char>(value));
+}
+CORVALEN_STEP __m256i Splat16(int value) {
+    return _mm256_set1_epi16(static_cast<short>(value));
+}
 CORVALEN_STEP std::uint32_t Mask(__m256i bytes) {
     return static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes));
 }
@@ -63,9 +69,10 @@ struct CopyGsmPlain : ByteMap {
     CORVALEN_STEP bool Step(std::uint8_t const* in, std::uint8_t* out) {
         __m256i const bytes = Load(in);
         __m256i const letters = InRange(_mm256_or_si256(bytes, Splat8(0x20)), 'a', 'z');
-        __m256i const others = _mm256_andnot_si256(_mm256_cmpeq_epi8(bytes, Splat8('$')), InRange(bytes, ' ', '?'));
-        __m256i const ends = _mm256_or_si256(_mm256_cmpeq_epi8(bytes, Splat8('\n')),
-                                             _mm256_cmpeq_epi8(bytes, Splat8('\r')));
+        __m256i const others =
+            _mm256_andnot_si256(_mm256_cmpeq_epi8(bytes, Splat8('$')), InRange(bytes, ' ', '?'));
+        __m256i const ends =
+            _mm256_or_si256(_mm256_cmpeq_epi8(bytes, Splat8('\n')), _mm256_cmpeq_epi8(bytes, Splat8('\r')));
         if (~Mask(_mm256_or_si256(_mm256_or_si256(letters, others), ends)) != 0) {
             return false;
         }
@@ -74,7 +81,9 @@ struct CopyGsmPlain : ByteMap {
     }
 };
 
-CORVALEN_STEP __m256i Widen(__m128i bytes) { return _mm256_cvtepu8_epi16(bytes); }
+CORVALEN_STEP __m256i Widen(__m128i bytes) {
+    return _mm256_cvtepu8_epi16(bytes);
+}
 // The low bytes of sixteen units that have no high byte.
 CORVALEN_STEP __m128i Narrow(__m256i units) {
     __m256i const packed = _mm256_packus_epi16(units, units);
@@ -88,8 +97,8 @@ struct Latin1ToUnits {
     static constexpr Run Rest = Portable::Latin1ToUnits;
     CORVALEN_STEP bool Step(std::uint8_t const* in, std::uint8_t* out) {
         __m256i const bytes = Load(in);
-        __m256i const special = _mm256_or_si256(_mm256_cmpeq_epi8(bytes, _mm256_setzero_si256()),
-                                                InRange(bytes, 0x80, 0x9F));
+        __m256i const special =
+            _mm256_or_si256(_mm256_cmpeq_epi8(bytes, _mm256_setzero_si256()), InRange(bytes, 0x80, 0x9F));
         if (Mask(special) != 0) {
             return false;
         }
@@ -152,8 +161,8 @@ struct HexToUnits {
     CORVALEN_STEP __m256i Pairs(std::uint8_t const* in) {
         __m256i const digits = Load(in);
         __m256i const isLetter = _mm256_cmpgt_epi8(digits, Splat8('9'));
-        __m256i const values = _mm256_add_epi8(_mm256_and_si256(digits, Splat8(15)),
-                                               _mm256_and_si256(isLetter, Splat8(9)));
+        __m256i const values =
+            _mm256_add_epi8(_mm256_and_si256(digits, Splat8(15)), _mm256_and_si256(isLetter, Splat8(9)));
         return _mm256_maddubs_epi16(values, Splat16(0x0110));
     }
 
@@ -243,9 +252,9 @@ CORVALEN_STEP std::size_t StoreUnits(std::uint8_t const* in, Utf8Block const& bl
     __m256i const middle = _mm256_blendv_epi8(b0, b1, isThree);
     __m256i const lowBits = _mm256_or_si256(_mm256_and_si256(_mm256_slli_epi16(middle, 6), Splat8(0xC0)),
                                             _mm256_and_si256(last, Splat8(0x3F)));
-    __m256i const highBits = _mm256_or_si256(
-        _mm256_and_si256(_mm256_srli_epi16(middle, 2), Splat8(0x0F)),
-        _mm256_and_si256(_mm256_and_si256(_mm256_slli_epi16(b0, 4), Splat8(0xF0)), isThree));
+    __m256i const highBits =
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(middle, 2), Splat8(0x0F)),
+                        _mm256_and_si256(_mm256_and_si256(_mm256_slli_epi16(b0, 4), Splat8(0xF0)), isThree));
     // blendv looks at the top bit only, and that of b0 is set in all but ASCII.
     __m256i const low = _mm256_blendv_epi8(b0, lowBits, b0);
     __m256i const high = _mm256_blendv_epi8(_mm256_setzero_si256(), highBits, b0);
@@ -257,8 +266,10 @@ CORVALEN_STEP std::size_t StoreUnits(std::uint8_t const* in, Utf8Block const& bl
     StoreLanes(out + 2 * __builtin_popcount(starts & 0xFF), _mm256_castsi256_si128(odds), starts >> 8 & 0xFF);
     out += 2 * __builtin_popcount(starts & 0xFFFF);
     StoreLanes(out, _mm256_extracti128_si256(evens, 1), starts >> 16 & 0xFF);
-    StoreLanes(out + 2 * __builtin_popcount(starts >> 16 & 0xFF), _mm256_extracti128_si256(odds, 1), starts >> 24);
-    return static_cast<std::size_t>(out - begin) + 2 * static_cast<std::size_t>(__builtin_popcount(starts >> 16));
+    StoreLanes(out + 2 * __builtin_popcount(starts >> 16 & 0xFF), _mm256_extracti128_si256(odds, 1),
+               starts >> 24);
+    return static_cast<std::size_t>(out - begin) +
+           2 * static_cast<std::size_t>(__builtin_popcount(starts >> 16));
 }
 
 // The same for the last block of a run: exactly the units of its whole characters. False if they do not fit.
@@ -268,7 +279,8 @@ CORVALEN_STEP bool StoreLastUnits(std::uint8_t const* in, std::size_t length, Ut
     std::size_t count = StoreUnits(in, block, units);
     count = block.isAscii ? 2 * length : count;
     if (block.carry != 0) {
-        // The character that goes on behind the block stays: it began two bytes before the end if one is missing.
+        // The character that goes on behind the block stays: it began two bytes before the end if one is
+        // missing.
         count -= 2;
         length -= IsContinuation(in[length - 1]) ? 2 : 1;
     }
@@ -353,8 +365,8 @@ CORVALEN_STEP std::uint8_t* StoreBytes(std::uint8_t* out, __m128i bytes, unsigne
     return out + 4 + __builtin_popcount(index);
 }
 
-// For eight units of at most two bytes in 16-bit lanes: the shuffle that drops the second byte where the unit's
-// bit is not set.
+// For eight units of at most two bytes in 16-bit lanes: the shuffle that drops the second byte where the
+// unit's bit is not set.
 constexpr std::array<Shuffle, 256> MakePairPicks() {
     std::array<Shuffle, 256> picks{};
     for (unsigned index = 0; index < picks.size(); ++index) {
@@ -378,9 +390,9 @@ CORVALEN_STEP std::uint8_t* StorePairs(std::uint8_t* out, __m128i pairs, unsigne
     return out + 8 + __builtin_popcount(index);
 }
 
-constexpr std::size_t kUnits = 16;              // of a step
+constexpr std::size_t kUnits = 16;                  // of a step
 constexpr std::size_t kStepRoom = 3 * kUnits + 16;  // what a step may touch
-constexpr std::size_t kCover = 12;              // bytes at most that a step writes and does not count
+constexpr std::size_t kCover = 12;                  // bytes at most that a step writes and does not count
 
 // One bit for each unit.
 CORVALEN_STEP std::uint32_t UnitMask(__m256i units) {
@@ -410,9 +422,8 @@ CORVALEN_STEP std::size_t StoreUtf8(__m256i units, std::uint8_t* out) {
     }
     __m256i const last = _mm256_blendv_epi8(tail, units, isAscii);
     // The middle byte is 0x80 with six bits, or 0xC0 with five where it leads.
-    __m256i const middle =
-        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 6), Splat16(0x3F)),
-                        _mm256_blendv_epi8(Splat16(0x80), Splat16(0xC0), isShort));
+    __m256i const middle = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 6), Splat16(0x3F)),
+                                           _mm256_blendv_epi8(Splat16(0x80), Splat16(0xC0), isShort));
     __m256i const lead = _mm256_or_si256(_mm256_srli_epi16(units, 12), Splat16(0xE0));
     __m256i const front = _mm256_or_si256(lead, _mm256_slli_epi16(middle, 8));
     __m256i const evens = _mm256_unpacklo_epi16(front, last);

@@ -32,7 +32,8 @@ includes() {
 
 # A standard header of C++ has no suffix and no folder.
 is_standard() {
-    [[ $1 =~ ^'<'[a-z_]+'>'$ ]]
+    # The instructions of the processor are the compiler's, not the system's.
+    [[ $1 =~ ^'<'[a-z_]+'>'$ || $1 == '<immintrin.h>' ]]
 }
 
 may_call() {

@@ -36,7 +36,6 @@ bool IsReadable(int descriptor) {
     return ::poll(&look, 1, 0) == 1;
 }
 
-
 long Keep(std::uint32_t window, unsigned, unsigned wParam, long lParam) {
     static_cast<std::vector<unsigned>*>(UserDataOf(window))->push_back(wParam);
     return static_cast<long>(wParam) + lParam;
@@ -44,8 +43,7 @@ long Keep(std::uint32_t window, unsigned, unsigned wParam, long lParam) {
 
 // A window of the test's own class that keeps the wParam of each message and returns wParam + lParam.
 struct KeepingWindow {
-    explicit KeepingWindow(std::u16string const& title = u"")
-        : className(Support::UniqueWideName()) {
+    explicit KeepingWindow(std::u16string const& title = u"") : className(Support::UniqueWideName()) {
         EXPECT_EQ(RegisterWindowClass(className, Keep), 0);
         EXPECT_EQ(CreateMessageWindow(className, title, &kept, id), 0);
     }

@@ -40,8 +40,8 @@ public:
     /// Adds an empty element, called by the `nameLength` bytes at `name`, as last child.
     static bool AddNewElement(Platform::XmlDocument document, std::string const& path, char const* name,
                               unsigned int nameLength);
-    /// Sets an attribute, which is created if the element lacks it. A value with a character that XML does not
-    /// have (most control characters) leaves the old value, a new attribute empty, and the result true.
+    /// Sets an attribute, which is created if the element lacks it. A value with a character that XML does
+    /// not have (most control characters) leaves the old value, a new attribute empty, and the result true.
     static bool ChangeAttributeValue(Platform::XmlDocument document, std::string const& path,
                                      char const* name, std::string const& value);
     /// Removes the node; false if it has no parent, as a document and an attribute.
