@@ -67,7 +67,7 @@ inline Outcome Convert(Utf8Converter const& converter, Direction direction, std:
     static GuardedBlock const s_Target;
     char* const src = s_Source.Last(input.size());
     char* const dst = s_Target.Last(room);
-    std::memcpy(src, input.data(), input.size());
+    input.copy(src, input.size());
     std::memset(dst, 0x5A, room);
     unsigned length = room + 1;
     auto const size = static_cast<unsigned>(input.size());
@@ -98,20 +98,20 @@ inline void TryConverter(Utf8Converter& converter, std::uint8_t const* data, std
     converter.SetMissingChar(static_cast<char>(data[0]));
     unsigned const room = (data[1] | static_cast<unsigned>(data[2]) << 8) % (2 * kMostInput);
     std::string const input(reinterpret_cast<char const*>(data) + kHead, size - kHead);
-    constexpr unsigned kPlenty = 4 * kMostInput;
+    // Enough for what came of the text to be converted once more.
+    auto const plenty = static_cast<unsigned>(8 * input.size() + 64);
     for (Direction const direction : {Direction::kFromUtf8, Direction::kToUtf8}) {
         Outcome const cut = ConvertAtAllLevels(converter, direction, input, room);
-        Outcome const whole = ConvertAtAllLevels(converter, direction, input, kPlenty);
+        Outcome const whole = ConvertAtAllLevels(converter, direction, input, plenty);
         Check(cut.block.compare(0, cut.length, whole.block, 0, cut.length) == 0 || cut.result == 0);
     }
     // What was written is valid, and comes back as it went.
-    Outcome const there = Convert(converter, Direction::kFromUtf8, input, kPlenty);
+    Outcome const there = Convert(converter, Direction::kFromUtf8, input, plenty);
     std::string const external = there.block.substr(0, there.length);
     converter.SetMissingChar(0);
-    Outcome const utf8 = Convert(converter, Direction::kToUtf8, external, kPlenty);
-    Outcome const again =
-        Convert(converter, Direction::kFromUtf8, utf8.block.substr(0, utf8.length), kPlenty);
-    Outcome const back = Convert(converter, Direction::kToUtf8, again.block.substr(0, again.length), kPlenty);
+    Outcome const utf8 = Convert(converter, Direction::kToUtf8, external, plenty);
+    Outcome const again = Convert(converter, Direction::kFromUtf8, utf8.block.substr(0, utf8.length), plenty);
+    Outcome const back = Convert(converter, Direction::kToUtf8, again.block.substr(0, again.length), plenty);
     Check(back == utf8);
 }
 
