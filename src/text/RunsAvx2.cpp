@@ -8,7 +8,8 @@
 namespace System::Text {
 namespace {
 
-#define CORVALEN_STEP [[gnu::target("avx2,popcnt"), gnu::always_inline]] static inline
+// Not in double brackets: clang-format 14 crashes on those before two specifiers.
+#define CORVALEN_STEP static inline __attribute__((target("avx2,popcnt"), always_inline))
 
 CORVALEN_STEP __m256i Load(void const* in) {
     return _mm256_loadu_si256(static_cast<__m256i const*>(in));
