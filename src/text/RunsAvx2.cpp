@@ -8,8 +8,7 @@
 namespace System::Text {
 namespace {
 
-// Not in double brackets: clang-format 14 crashes on those before two specifiers.
-#define CORVALEN_STEP static inline __attribute__((target("avx2,popcnt"), always_inline))
+#define CORVALEN_STEP [[gnu::target("avx2,popcnt"), gnu::always_inline]] static inline
 
 CORVALEN_STEP __m256i Load(void const* in) {
     return _mm256_loadu_si256(static_cast<__m256i const*>(in));
