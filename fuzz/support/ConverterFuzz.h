@@ -105,10 +105,10 @@ inline void TryConverter(Utf8Converter& converter, std::uint8_t const* data, std
         Outcome const whole = ConvertAtAllLevels(converter, direction, input, plenty);
         Check(cut.block.compare(0, cut.length, whole.block, 0, cut.length) == 0 || cut.result == 0);
     }
-    // What was written is valid, and comes back as it went.
+    // What was written, without a missing character that need not be a code, comes back as it went.
+    converter.SetMissingChar(0);
     Outcome const there = Convert(converter, Direction::kFromUtf8, input, plenty);
     std::string const external = there.block.substr(0, there.length);
-    converter.SetMissingChar(0);
     Outcome const utf8 = Convert(converter, Direction::kToUtf8, external, plenty);
     Outcome const again = Convert(converter, Direction::kFromUtf8, utf8.block.substr(0, utf8.length), plenty);
     Outcome const back = Convert(converter, Direction::kToUtf8, again.block.substr(0, again.length), plenty);
