@@ -101,13 +101,18 @@ public:
         ::unlink(in.c_str());
         ::unlink(out.c_str());
         static char payload[kMaxPayload];
+        Answers answers;
         for (;;) {
             std::uint32_t head = 0;
             if (!ReadWhole(input, &head, sizeof head) || !ReadWhole(input, payload, head & ~kNotification)) {
                 return 1;
             }
-            Answer const answer = AnswerTo(payload, head & ~kNotification);
-            if ((head & kNotification) == 0 && !WriteWhole(output, &answer, sizeof answer)) {
+            if ((head & kNotification) != 0) {
+                answers.HandleNotification();
+                continue;
+            }
+            Answer const answer = answers.To(payload, head);
+            if (!WriteWhole(output, &answer, sizeof answer)) {
                 return 1;
             }
             if (answer.sequence == kStop) {
@@ -176,13 +181,18 @@ public:
         int const peer = ::accept(listener, nullptr, nullptr);
         ::unlink(address.sun_path);
         static char buffer[1 + kMaxPayload];
+        Answers answers;
         for (;;) {
             auto const got = ::read(peer, buffer, sizeof buffer);
             if (got < static_cast<ssize_t>(1 + sizeof(Answer))) {
                 return 1;
             }
-            Answer const answer = AnswerTo(buffer + 1, static_cast<std::size_t>(got - 1));
-            if (buffer[0] == 0 && ::write(peer, &answer, sizeof answer) != sizeof answer) {
+            if (buffer[0] != 0) {
+                answers.HandleNotification();
+                continue;
+            }
+            Answer const answer = answers.To(buffer + 1, static_cast<std::size_t>(got - 1));
+            if (::write(peer, &answer, sizeof answer) != sizeof answer) {
                 return 1;
             }
             if (answer.sequence == kStop) {

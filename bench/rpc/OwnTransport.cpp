@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 
 #include "bench/rpc/Transport.h"
 #include "corvalen/platform/MessageQueue.h"
@@ -17,8 +16,6 @@ using System::Platform::Message;
 using System::Platform::MessageQueue;
 
 constexpr std::uint32_t kLimitMs = 60'000;
-// Asks for the number of notifications.
-constexpr std::uint64_t kHowMany = kStop - 1;
 
 class Channel : public System::RPC::RpcChannel {
 public:
@@ -30,21 +27,18 @@ public:
     }
 
     std::uint32_t OnRequest(std::uint32_t, std::uint32_t handle) override {
-        Answer answer = AnswerTo(HandleData(handle), HandleSize(handle));
-        if (answer.sequence == kHowMany) {
-            answer.sum = m_Notified;
-        }
+        Answer const answer = m_Answers.To(HandleData(handle), HandleSize(handle));
         isRunning = answer.sequence != kStop;
         std::uint32_t const reply = NewHandle(sizeof answer);
         std::memcpy(HandleData(reply), &answer, sizeof answer);
         return reply;
     }
-    void OnNotify(std::uint32_t, std::uint32_t) override { ++m_Notified; }
+    void OnNotify(std::uint32_t, std::uint32_t) override { m_Answers.HandleNotification(); }
 
     bool isRunning = true;
 
 private:
-    std::uint64_t m_Notified = 0;
+    Answers m_Answers;
 };
 
 class OwnClient : public Client {
@@ -72,13 +66,6 @@ public:
         return handle != 0 && m_Channel.Notify(m_Server, handle) == 0;
     }
 
-    // Requests overtake notifications, so one is not enough.
-    void AwaitNotified(unsigned count) override {
-        while (Ask(kHowMany, sizeof(Answer)).sum < count) {
-            std::this_thread::yield();
-        }
-    }
-
 private:
     std::uint32_t Payload(std::uint64_t sequence, std::size_t size) {
         std::uint32_t const handle = m_Channel.NewHandle(static_cast<std::uint32_t>(size));
@@ -95,6 +82,7 @@ private:
 class Own : public Transport {
 public:
     [[nodiscard]] char const* Name() const override { return "corvalen"; }
+    [[nodiscard]] bool IsOwn() const override { return true; }
     [[nodiscard]] bool CanPoll() const override { return true; }
     [[nodiscard]] bool CanNotify() const override { return true; }
 
@@ -110,6 +98,8 @@ public:
         while (channel.isRunning) {
             if (waiting == Waiting::kSleeping) {
                 queue.Wait();
+            } else {
+                PausePolling();
             }
             while (queue.Peek(message)) {
                 queue.Dispatch(message);

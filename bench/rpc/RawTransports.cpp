@@ -49,6 +49,8 @@ void AwaitValue(std::atomic<std::uint32_t>& word, std::uint32_t value, bool isSl
          seen = word.load(std::memory_order_acquire)) {
         if (isSleeping) {
             Futex(word, FUTEX_WAIT, seen);
+        } else {
+            PausePolling();
         }
     }
 }
@@ -83,14 +85,16 @@ class Raw : public Transport {
 public:
     Raw(char const* name, bool isSleeping) : m_Name(name), m_IsSleeping(isSleeping) {}
     [[nodiscard]] char const* Name() const override { return m_Name; }
-    [[nodiscard]] bool IsLimit() const override { return true; }
+    [[nodiscard]] bool CanSleep() const override { return m_IsSleeping; }
+    [[nodiscard]] bool CanPoll() const override { return !m_IsSleeping; }
 
     int Serve(std::string const& key, Waiting) override {
         Shared* const shared = Map(key, true);
+        Answers const answers;
         ReportReady();
         for (std::uint32_t count = 1;; ++count) {
             AwaitValue(shared->asked, count, m_IsSleeping);
-            shared->answer = AnswerTo(shared->payload, shared->size);
+            shared->answer = answers.To(shared->payload, shared->size);
             bool const isLast = shared->answer.sequence == kStop;
             Set(shared->answered, count, m_IsSleeping);
             if (isLast) {
