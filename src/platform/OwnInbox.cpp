@@ -8,6 +8,7 @@
 #include "platform/FaultPoint.h"
 #include "platform/Futex.h"
 #include "platform/InboxSweep.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -74,6 +75,22 @@ void OwnInbox::Close() {
     m_File.Close();
 }
 
+// The numbers come round again while a window of long life may still have one of them.
+std::uint32_t OwnInbox::NextWindowId() {
+    WindowRec const* const records = m_File.Windows();
+    std::uint32_t const count = std::min(Shared(m_File.Rec().head.windowCount).load(), kWindowSlots);
+    std::uint32_t id = 0;
+    auto const isTaken = [&id](WindowRec const& rec) {
+        return Shared(const_cast<std::uint32_t&>(rec.window)).load(std::memory_order_relaxed) == id;
+    };
+    std::uint32_t tries = 0;
+    do {
+        m_LastSequence = (m_LastSequence + 1) & kWindowSequenceMask;
+        id = m_Number << kWindowSequenceBits | m_LastSequence;
+    } while (++tries <= kWindowSlots && std::any_of(records, records + count, isTaken));
+    return id;
+}
+
 int OwnInbox::AddWindow(std::u16string_view className, std::u16string_view title, std::uint32_t& window) {
     WindowRec* const records = m_File.Windows();
     std::uint32_t const count = Shared(m_File.Rec().head.windowCount).load(std::memory_order_relaxed);
@@ -88,8 +105,7 @@ int OwnInbox::AddWindow(std::u16string_view className, std::u16string_view title
         error != 0) {
         return error;
     }
-    m_LastSequence = (m_LastSequence + 1) & kWindowSequenceMask;
-    window = m_Number << kWindowSequenceBits | m_LastSequence;
+    window = NextWindowId();
     StoreText(records[index].className, kClassNameUnits, className);
     StoreText(records[index].title, kTitleUnits, title);
     CORVALEN_FAULT("inbox.window.written");
@@ -177,25 +193,35 @@ void OwnInbox::TellProcessor(std::uint32_t processor) {
 }
 
 void OwnInbox::RecoverRings() {
-    RecoverRing(m_File.Rec().posted, *m_Posted);
-    RecoverRing(m_File.Rec().sent, *m_Sent);
+    InboxRec& rec = m_File.Rec();
+    RecoverRing(rec.posted, *m_Posted,
+                {rec.posted, rec.owner.postedHead, m_File.PostedSlots(), kPostedSlots});
+    RecoverRing(rec.sent, *m_Sent, {rec.sent, rec.owner.sentHead, m_File.SentSlots(), kSentSlots});
 }
 
-// Senders count a message after they have published it, so that a ring that counts one which is not there has
-// been written to by somebody who must not.
-void OwnInbox::RecoverRing(RingRec& ring, RingReceiver& receiver) {
+// Senders count a message after they have published it, so that a ring which counts another number than we
+// have taken was left by a sender that died before it had counted, or written to by somebody who must not.
+// Then a message's stamp must not come a second time, so we go on behind every position that can have been
+// given out.
+void OwnInbox::RecoverRing(RingRec& ring, RingReceiver& receiver, RingSender sender) {
     if (Shared(ring.tail).load() == receiver.Position() || receiver.HasNext()) {
         return;
     }
-    if (LockResult const taken = AcquireShared(ring.lock, m_File.Object(), Deadline(0));
-        taken != LockResult::kAcquired && taken != LockResult::kAbandoned) {
+    StopDelay const stopDelay;
+    LockResult const taken = AcquireShared(ring.lock, m_File.Object(), Deadline(0));
+    if (taken != LockResult::kAcquired && taken != LockResult::kAbandoned) {
         return;
     }
-    if (!receiver.HasNext()) {
+    if (taken == LockResult::kAbandoned) {
+        sender.Repair();
+    }
+    if (Shared(ring.tail).load() != receiver.Position() && !receiver.HasNext()) {
+        std::uint64_t const fresh = receiver.Position() + kPostedSlots + 1;
         Shared(ring.limit).store(kFirstLimit);
         Shared(ring.tailSlot).store(0);
-        receiver.SkipTo(Shared(ring.tail).load(), 0);
-        Shared(ring.knownHead).store(receiver.Position());
+        Shared(ring.tail).store(fresh);
+        receiver.SkipTo(fresh, 0);
+        Shared(ring.knownHead).store(fresh);
     }
     ReleaseShared(ring.lock);
 }

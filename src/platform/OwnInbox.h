@@ -54,8 +54,9 @@ public:
 
 private:
     void Close();
+    std::uint32_t NextWindowId();
     std::uint32_t SetSignal(SignalBits bit);
-    void RecoverRing(RingRec& ring, RingReceiver& receiver);
+    void RecoverRing(RingRec& ring, RingReceiver& receiver, RingSender sender);
 
     InboxFile m_File;
     std::uint32_t m_Number = 0;

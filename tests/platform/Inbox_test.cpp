@@ -1,0 +1,86 @@
+// Both ends of an inbox, in the states that a killed sender or a long life leaves behind.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "platform/OwnInbox.h"
+#include "platform/PeerInbox.h"
+
+namespace {
+
+using namespace System::Platform;
+
+constexpr std::uint32_t kNobody = 0xFFFF;
+
+class InboxTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(m_Own.Create(), 0);
+        ASSERT_EQ(m_Peer.Open(m_Own.Number()), 0);
+        ASSERT_EQ(m_View.Open(m_Own.Number()), 0);
+    }
+    void Post(std::uint32_t value) {
+        SlotRec message{};
+        message.wParam = value;
+        EXPECT_EQ(m_Peer.Post(message), 0);
+    }
+    // The value of the next posted message, 0 if there is none.
+    std::uint32_t Take() {
+        SlotRec message{};
+        return m_Own.TakePosted(message) ? message.wParam : 0;
+    }
+
+    OwnInbox m_Own;
+    PeerInbox m_Peer;
+    InboxFile m_View;
+};
+
+TEST_F(InboxTest, TakesAMessageOnceWhoseSenderDiedBeforeItWasCounted) {
+    for (std::uint32_t value = 1; value <= 200; ++value) {
+        Post(value);
+        RingRec& ring = m_View.Rec().posted;
+        ring.lock.word = kNobody;
+        --ring.tail;
+        --ring.tailSlot;
+        EXPECT_EQ(Take(), value);
+        for (int look = 0; look < 2; ++look) {
+            m_Own.RecoverRings();
+            ASSERT_EQ(Take(), 0U) << value;
+        }
+    }
+}
+
+TEST_F(InboxTest, GoesOnBehindCountersThatSomebodyHasOverwritten) {
+    std::uint32_t value = 0;
+    for (std::uint64_t const tail : {std::uint64_t{0}, std::uint64_t{3}, UINT64_MAX, UINT64_MAX / 4}) {
+        Post(++value);
+        EXPECT_EQ(Take(), value);
+        m_View.Rec().posted.tail = tail;
+        for (int look = 0; look < 2; ++look) {
+            m_Own.RecoverRings();
+            ASSERT_EQ(Take(), 0U) << tail;
+        }
+        Post(++value);
+        EXPECT_EQ(Take(), value) << tail;
+    }
+}
+
+TEST_F(InboxTest, NeverGivesTwoLivingWindowsOneId) {
+    std::set<std::uint32_t> living;
+    std::uint32_t window = 0;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(m_Own.AddWindow(u"long", u"", window), 0);
+        living.insert(window);
+    }
+    for (int i = 0; i < 10'000; ++i) {
+        ASSERT_EQ(m_Own.AddWindow(u"short", u"", window), 0);
+        ASSERT_TRUE(living.insert(window).second) << i;
+        m_Own.RemoveWindow(window);
+        living.erase(window);
+    }
+}
+
+}  // namespace
