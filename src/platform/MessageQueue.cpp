@@ -1,5 +1,7 @@
 #include "corvalen/platform/MessageQueue.h"
 
+#include <utility>
+
 #include "platform/ProcessEpoch.h"
 #include "platform/ThreadQueue.h"
 
@@ -9,41 +11,50 @@ struct MessageQueue::State {
     ThreadQueue queue;
 };
 
+namespace {
+
+// Beside its owner, since it is asked for after that one's end too: destructors of static objects run behind
+// those of the main thread's own.
+constinit thread_local MessageQueue* t_Queue = nullptr;
+
+}  // namespace
+
 // Makes a thread's queue, and ends it with the thread: a destructor of the thread's own runs also for one
 // that is ended by force, and for the main thread when the process exits.
 struct MessageQueueOwner {
     ~MessageQueueOwner() {
         // What a forked child inherits is its parent's; the parent ends it.
+        MessageQueue* const queue = std::exchange(t_Queue, nullptr);
         if (queue != nullptr && queue->m_State->queue.Epoch() == ProcessEpoch()) {
             delete queue;
         }
-        queue = nullptr;
     }
 
-    MessageQueue& Current() {
-        if (queue == nullptr || queue->m_State->queue.Epoch() != ProcessEpoch()) [[unlikely]] {
-            queue = new MessageQueue;
+    static MessageQueue& Current() {
+        if (t_Queue == nullptr || t_Queue->m_State->queue.Epoch() != ProcessEpoch()) [[unlikely]] {
+            Make();
         }
-        return *queue;
+        return *t_Queue;
     }
 
-    ThreadQueue& CurrentThreadQueue() { return Current().m_State->queue; }
+    static ThreadQueue& CurrentThreadQueue() { return Current().m_State->queue; }
 
-    MessageQueue* queue = nullptr;
+private:
+    static void Make() {
+        static thread_local MessageQueueOwner t_Owner;
+        t_Queue = new MessageQueue;
+        t_Owner.isNeeded = true;
+    }
+
+    bool isNeeded = false;  // to be made for its destructor
 };
 
-namespace {
-
-thread_local MessageQueueOwner t_Owner;
-
-}  // namespace
-
 ThreadQueue& ThreadQueue::Current() {
-    return t_Owner.CurrentThreadQueue();
+    return MessageQueueOwner::CurrentThreadQueue();
 }
 
 MessageQueue& MessageQueue::Current() {
-    return t_Owner.Current();
+    return MessageQueueOwner::Current();
 }
 
 MessageQueue::MessageQueue() : m_State(new State) {}

@@ -72,18 +72,27 @@ bool PeerInbox::HasWindow(std::uint32_t window, std::u16string_view const* class
     return false;
 }
 
+LockResult PeerInbox::Acquire(RingRec& ring, Deadline const& deadline) {
+    // The clock is read only if the lock is not free at once.
+    if (Detail::TakeFree(ring.lock, m_File.Object().Participant())) [[likely]] {
+        CORVALEN_FAULT("lock.taken");
+        return LockResult::kAcquired;
+    }
+    Deadline const limit(kLockLimitMs);
+    return AcquireShared(ring.lock, m_File.Object(), limit.Ns() < deadline.Ns() ? limit : deadline);
+}
+
 int PeerInbox::Push(RingRec& ring, RingSender sender, std::size_t offset, SlotRec const& message,
-                    SlotPlace& place) {
+                    SlotPlace& place, Deadline const& deadline) {
     RingMemory memory(m_File.Object(), offset);
     // A thread stopped by force in here would leave the lock with a process that lives.
     StopDelay const stopDelay;
-    static Deadline const never(-1);
-    LockResult result = LockResult::kTimedOut;
-    // The clock is read only if the lock is not free at once.
-    std::uint32_t const word = std::atomic_ref(ring.lock.word).load(std::memory_order_relaxed);
-    result = AcquireShared(ring.lock, m_File.Object(), word == 0 ? never : Deadline(kLockLimitMs));
-    if (result == LockResult::kTimedOut || result == LockResult::kFailed) {
-        return result == LockResult::kTimedOut ? EAGAIN : ESRCH;
+    LockResult const result = Acquire(ring, deadline);
+    if (result == LockResult::kTimedOut) {
+        return deadline.HasPassed() ? ETIMEDOUT : EAGAIN;
+    }
+    if (result == LockResult::kFailed) {
+        return ESRCH;
     }
     if (result == LockResult::kAbandoned) {
         sender.Repair();
@@ -103,13 +112,13 @@ int PeerInbox::Post(SlotRec const& message) {
     InboxRec& rec = m_File.Rec();
     SlotPlace place;
     return Push(rec.posted, {rec.posted, rec.owner.postedHead, m_File.PostedSlots(), kPostedSlots},
-                kPostedOffset, message, place);
+                kPostedOffset, message, place, Deadline(-1));
 }
 
-int PeerInbox::Send(SlotRec const& message, SlotPlace& place) {
+int PeerInbox::Send(SlotRec const& message, SlotPlace& place, Deadline const& deadline) {
     InboxRec& rec = m_File.Rec();
     return Push(rec.sent, {rec.sent, rec.owner.sentHead, m_File.SentSlots(), kSentSlots}, kSentOffset,
-                message, place);
+                message, place, deadline);
 }
 
 bool PeerInbox::Reply(std::uint32_t slot, std::uint32_t tag, ReplyState state, std::uint32_t result) {
@@ -145,8 +154,9 @@ void PeerInbox::Signal(std::uint32_t bits) {
     }
     seen = signal.fetch_add(kSignalStep) + kSignalStep;
     CORVALEN_FAULT("inbox.signal.counted");
-    if ((seen & bits & kSignalArmed) != 0) {
-        RingOwnersBell();
+    if ((seen & bits & kSignalArmed) != 0 && !RingOwnersBell()) {
+        // The next sender tries again.
+        bits &= ~static_cast<std::uint32_t>(kSignalArmed);
     }
     if ((seen & kSignalAsleep) != 0) {
         FutexWake(word, 1, true);
@@ -155,12 +165,17 @@ void PeerInbox::Signal(std::uint32_t bits) {
     signal.compare_exchange_strong(seen, seen & ~bits);
 }
 
-void PeerInbox::RingOwnersBell() {
+bool PeerInbox::RingOwnersBell() {
     std::lock_guard const guard(m_BellGuard);
-    // Without a descriptor to spare the owner is not woken now; it finds the message at its next look.
-    if (m_Bell.IsOpen() || OpenBell(m_Number, m_Bell) == 0) {
-        RingBell(m_Bell);
+    int error = m_Bell.IsOpen() ? 0 : OpenBell(m_Number, m_Bell);
+    while (error == EMFILE && PeerInboxes::DropOldest()) {
+        error = OpenBell(m_Number, m_Bell);
     }
+    if (error != 0) {
+        return false;
+    }
+    RingBell(m_Bell);
+    return true;
 }
 
 }  // namespace System::Platform

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "platform/Clock.h"
 #include "platform/FileDescriptor.h"
 #include "platform/InboxFile.h"
 
@@ -34,7 +35,8 @@ public:
     [[nodiscard]] std::uint32_t Processor() const;
 
     int Post(SlotRec const& message);
-    int Send(SlotRec const& message, SlotPlace& place);
+    /// ETIMEDOUT: `deadline` passed before the lock could be had.
+    int Send(SlotRec const& message, SlotPlace& place, Deadline const& deadline);
     /// Takes a sent message back; false if the owner has taken it.
     bool Withdraw(SlotPlace const& place) { return Platform::Withdraw(m_File.SentSlots(), place); }
     /// Puts the result of a request where its sender waits. False if the sender does not wait for it any
@@ -42,9 +44,11 @@ public:
     bool Reply(std::uint32_t slot, std::uint32_t tag, ReplyState state, std::uint32_t result);
 
 private:
-    int Push(RingRec& ring, RingSender sender, std::size_t offset, SlotRec const& message, SlotPlace& place);
+    int Push(RingRec& ring, RingSender sender, std::size_t offset, SlotRec const& message, SlotPlace& place,
+             Deadline const& deadline);
+    LockResult Acquire(RingRec& ring, Deadline const& deadline);
     void Signal(std::uint32_t bits);
-    void RingOwnersBell();
+    bool RingOwnersBell();
 
     InboxFile m_File;
     std::uint32_t m_Number = 0;
@@ -63,6 +67,8 @@ namespace PeerInboxes {
 std::shared_ptr<PeerInbox> Find(std::uint32_t number, int& error);
 /// Lets go of an inbox that is found dead.
 void Forget(std::uint32_t number);
+/// Lets go of the one that was used longest ago, to have its descriptor; false if there is none.
+bool DropOldest();
 
 }  // namespace PeerInboxes
 

@@ -59,6 +59,15 @@ public:
         Remove(number);
     }
 
+    bool DropOldest() {
+        std::lock_guard const guard(m_Guard);
+        if (m_Order.empty()) {
+            return false;
+        }
+        Remove(m_Order.back().number);
+        return true;
+    }
+
 private:
     struct Entry {
         std::uint32_t number;
@@ -107,7 +116,12 @@ Cache& TheCache() {
     return *cache;
 }
 
+// Set for good when the thread's own objects are gone: destructors of static objects may still send.
+constinit thread_local bool t_HasEnded = false;
+
 struct LastUsed {
+    ~LastUsed() { t_HasEnded = true; }
+
     std::uint32_t number = 0;
     std::uint32_t epoch = 0;
     std::shared_ptr<PeerInbox> inbox;
@@ -121,7 +135,8 @@ std::shared_ptr<PeerInbox> PeerInboxes::Find(std::uint32_t number, int& error) {
     if (number == 0) {
         return nullptr;
     }
-    if (t_Last.number == number && t_Last.epoch == ProcessEpoch() && !t_Last.inbox->IsClosed()) {
+    if (!t_HasEnded && t_Last.number == number && t_Last.epoch == ProcessEpoch() &&
+        !t_Last.inbox->IsClosed()) {
         error = 0;
         return t_Last.inbox;
     }
@@ -132,14 +147,26 @@ std::shared_ptr<PeerInbox> PeerInboxes::Find(std::uint32_t number, int& error) {
     if (inbox == nullptr) {
         inbox = cache.Add(number, error);
     }
-    t_Last = {inbox != nullptr ? number : 0, ProcessEpoch(), inbox};
+    if (!t_HasEnded) {
+        t_Last.number = inbox != nullptr ? number : 0;
+        t_Last.epoch = ProcessEpoch();
+        t_Last.inbox = inbox;
+    }
     return inbox;
 }
 
 void PeerInboxes::Forget(std::uint32_t number) {
     StopDelay const stopDelay;
-    t_Last = {};
+    if (!t_HasEnded) {
+        t_Last.number = 0;
+        t_Last.inbox.reset();
+    }
     TheCache().Forget(number);
+}
+
+bool PeerInboxes::DropOldest() {
+    StopDelay const stopDelay;
+    return TheCache().DropOldest();
 }
 
 }  // namespace System::Platform

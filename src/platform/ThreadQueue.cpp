@@ -6,6 +6,7 @@
 #include "platform/Futex.h"
 #include "platform/ProcessEpoch.h"
 #include "platform/Processor.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -87,13 +88,24 @@ bool ThreadQueue::HasWork() {
 
 void ThreadQueue::Serve(SlotRec const& message) {
     m_PeerProcessor = message.processor;
-    ReplyState state = ReplyState::kRefused;
+    Window const* const window = FindWindow(message.window);
+    if (window == nullptr) {
+        Answer(message, ReplyState::kRefused, 0);
+        return;
+    }
     long result = 0;
-    if (Window const* const window = FindWindow(message.window)) {
+    try {
         result =
             window->proc(message.window, message.message, message.wParam, static_cast<long>(message.lParam));
-        state = ReplyState::kDone;
+    } catch (...) {
+        // What it throws is our caller's; the sender must not wait for a result that never comes.
+        Answer(message, ReplyState::kRefused, 0);
+        throw;
     }
+    Answer(message, ReplyState::kDone, result);
+}
+
+void ThreadQueue::Answer(SlotRec const& message, ReplyState state, long result) {
     int error = 0;
     // A sender that is gone needs no result, nor does one that has given up.
     if (auto const peer = PeerInboxes::Find(message.replyInbox, error)) {
@@ -255,6 +267,7 @@ int ThreadQueue::AddWindow(std::u16string_view className, std::u16string_view ti
     if (int const error = NeedInbox(); error != 0) {
         return error;
     }
+    StopDelay const stopDelay;
     // Room first: from the moment when others can see the window it has to be ours.
     m_Windows.reserve(m_Windows.size() + 1);
     int const error = m_Inbox->AddWindow(className, title, window);
@@ -265,6 +278,7 @@ int ThreadQueue::AddWindow(std::u16string_view className, std::u16string_view ti
 }
 
 int ThreadQueue::RemoveWindow(std::uint32_t window) {
+    StopDelay const stopDelay;
     if (std::erase_if(m_Windows, [window](Window const& w) { return w.id == window; }) == 0) {
         return ESRCH;
     }
@@ -279,7 +293,7 @@ void* ThreadQueue::UserDataOf(std::uint32_t window) const {
 
 // True when the result is there; false when the time is up or the other side is gone. What is sent to this
 // thread meanwhile is served, so that two threads can ask each other at the same time.
-bool ThreadQueue::AwaitReply(PendingReply& reply, PeerInbox const& peer, Deadline const& deadline) {
+bool ThreadQueue::AwaitReply(PendingReply& reply, PeerInbox& peer, Deadline const& deadline) {
     for (;;) {
         bool const isDone = WaitUntil([&] { return reply.HasCome() || m_Inbox->HasSent(); }, deadline,
                                       peer.Processor(), kDeathSliceNs, [&] { return peer.IsAlive(); });
@@ -287,6 +301,10 @@ bool ThreadQueue::AwaitReply(PendingReply& reply, PeerInbox const& peer, Deadlin
             return isDone;
         }
         ServeSent();
+        // While one request follows the other the wait above ends at once each time, and looks at neither.
+        if (!reply.HasCome() && (deadline.HasPassed() || !peer.WasLatelyAlive())) {
+            return false;
+        }
     }
 }
 
@@ -317,7 +335,7 @@ SendOutcome ThreadQueue::Send(std::uint32_t window, unsigned message, unsigned w
     SlotPlace place;
     error = reply.Open(slot);
     if (error == 0) {
-        error = peer->Send(slot, place);
+        error = peer->Send(slot, place, deadline);
     }
     if (error != 0) {
         return {error};

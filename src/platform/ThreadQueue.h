@@ -55,8 +55,9 @@ private:
     bool HasMessage();
     bool HasWork();
     void Serve(SlotRec const& message);
+    static void Answer(SlotRec const& message, ReplyState state, long result);
     bool ServeSent();
-    bool AwaitReply(PendingReply& reply, PeerInbox const& peer, Deadline const& deadline);
+    bool AwaitReply(PendingReply& reply, PeerInbox& peer, Deadline const& deadline);
     template <typename IsDone, typename Goes>
     bool WaitUntil(IsDone isDone, Deadline const& deadline, std::uint32_t peerProcessor, std::int64_t sliceNs,
                    Goes goesOn);

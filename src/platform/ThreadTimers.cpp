@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/Clock.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -10,6 +11,8 @@ std::uint32_t ThreadTimers::Add(std::uint32_t periodMs, TimerProc proc) {
     if (proc == nullptr) {
         return 0;
     }
+    // The end of a thread that is stopped by force frees its timers too: it must not find them half moved.
+    StopDelay const stopDelay;
     std::int64_t const periodNs = std::max<std::int64_t>(periodMs, 1) * Deadline::kNsPerMs;
     do {
         ++m_LastId;
@@ -19,6 +22,7 @@ std::uint32_t ThreadTimers::Add(std::uint32_t periodMs, TimerProc proc) {
 }
 
 bool ThreadTimers::Remove(std::uint32_t id) {
+    StopDelay const stopDelay;
     return std::erase_if(m_Timers, [id](Timer const& timer) { return timer.id == id; }) != 0;
 }
 

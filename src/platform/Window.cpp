@@ -1,13 +1,17 @@
 #include "platform/Window.h"
 
+#include <atomic>
 #include <cerrno>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #include "platform/PeerInbox.h"
 #include "platform/ProcessEpoch.h"
 #include "platform/Processor.h"
+#include "platform/StopDelay.h"
 #include "platform/ThreadQueue.h"
 
 namespace System::Platform {
@@ -16,39 +20,43 @@ namespace {
 
 constexpr std::size_t kMaxTitle = kTitleUnits - 1;
 
+// A thread that was stopped by force in here would leave it locked for ever.
 class ClassRegistry {
 public:
+    explicit ClassRegistry(std::uint32_t epoch) : m_Epoch(epoch) {}
+
+    // A forked child has classes of its own and leaves its parent's alone: another thread may have been in
+    // the midst of them.
     static ClassRegistry& Instance() {
-        static ClassRegistry* const s_Instance = new ClassRegistry;
-        return *s_Instance;
+        static std::atomic<ClassRegistry*> s_Instance{nullptr};
+        std::uint32_t const epoch = ProcessEpoch();
+        ClassRegistry* registry = s_Instance.load(std::memory_order_acquire);
+        while (registry == nullptr || registry->m_Epoch != epoch) {
+            auto fresh = std::make_unique<ClassRegistry>(epoch);
+            if (s_Instance.compare_exchange_strong(registry, fresh.get())) {
+                return *fresh.release();
+            }
+        }
+        return *registry;
     }
 
     int Register(std::u16string_view name, WindowProc proc) {
+        StopDelay const stopDelay;
         std::lock_guard const guard(m_Guard);
-        auto& entry = m_Classes[std::u16string(name)];
-        // A class that the parent registered before a fork is not the child's.
-        if (entry.proc != nullptr && entry.epoch == ProcessEpoch()) {
-            return EADDRINUSE;
-        }
-        entry = {proc, ProcessEpoch()};
-        return 0;
+        return m_Classes.emplace(name, proc).second ? 0 : EADDRINUSE;
     }
 
     WindowProc Find(std::u16string_view name) {
+        StopDelay const stopDelay;
         std::lock_guard const guard(m_Guard);
-        auto const found = m_Classes.find(std::u16string(name));
-        return found != m_Classes.end() && found->second.epoch == ProcessEpoch() ? found->second.proc
-                                                                                 : nullptr;
+        auto const found = m_Classes.find(name);
+        return found != m_Classes.end() ? found->second : nullptr;
     }
 
 private:
-    struct Entry {
-        WindowProc proc = nullptr;
-        std::uint32_t epoch = 0;
-    };
-
+    std::uint32_t const m_Epoch;
     std::mutex m_Guard;
-    std::map<std::u16string, Entry> m_Classes;
+    std::map<std::u16string, WindowProc, std::less<>> m_Classes;
 };
 
 }  // namespace

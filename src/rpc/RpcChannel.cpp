@@ -37,6 +37,19 @@ private:
     RpcChannel& m_Channel;
 };
 
+// The handle of a message for the length of its handler, also of one that throws.
+class RpcChannel::Received {
+public:
+    Received(RpcChannel& channel, std::uint32_t handle) : m_Channel(channel), m_Handle(handle) {}
+    ~Received() { m_Channel.DisposeAfterHandler(m_Handle); }
+    Received(Received const&) = delete;
+    Received& operator=(Received const&) = delete;
+
+private:
+    RpcChannel& m_Channel;
+    std::uint32_t m_Handle;
+};
+
 RpcChannel::RpcChannel(char16_t const* name) {
     std::u16string_view const text = TextOf(name).substr(0, kMaxName);
     std::copy(text.begin(), text.end(), m_Name);
@@ -272,17 +285,16 @@ long RpcChannel::MessageWindProc(std::uint32_t window, unsigned message, unsigne
     if (channel == nullptr) {
         return 0;
     }
+    std::uint32_t answer = 0;
     if (message == kRequestMessage) {
-        std::uint32_t const answer = channel->OnRequest(wParam, handle);
-        channel->DisposeAfterHandler(handle);
-        channel->TagHandle(answer, wParam);
-        return static_cast<long>(answer);
-    }
-    if (message == kNotifyMessage) {
+        Received const received(*channel, handle);
+        answer = channel->OnRequest(wParam, handle);
+    } else if (message == kNotifyMessage) {
+        Received const received(*channel, handle);
         channel->OnNotify(wParam, handle);
-        channel->DisposeAfterHandler(handle);
     }
-    return 0;
+    channel->TagHandle(answer, wParam);
+    return static_cast<long>(answer);
 }
 
 // A handler may have closed its own channel; the pool is then gone, and the handle with it or purged later.

@@ -53,6 +53,7 @@ public:
 
     /// Handles a request of `sender` and returns the handle of the answer, or 0 for none. `handle`, 0 if the
     /// peer sent no data, may be read until this returns, and must not be disposed of. No lock is held.
+    /// What it throws comes out of the call that took the message; the sender then gets ESRCH.
     virtual std::uint32_t OnRequest(std::uint32_t sender, std::uint32_t handle) = 0;
     /// Handles a notification; the same rules.
     virtual void OnNotify(std::uint32_t sender, std::uint32_t handle) = 0;
@@ -120,6 +121,7 @@ protected:
 
 private:
     class Guard;
+    class Received;
 
     int OpenPool(bool isServer);
     void ClosePool();
