@@ -71,8 +71,11 @@ void NamedRegion::OpenMutex(Home home) {
 
 void NamedRegion::Lock() {
     if (m_Mutex != nullptr) {
-        // A lock that a dead process left behind counts as taken.
-        static_cast<void>(m_Mutex->Lock(Deadline(kForever)));
+        // A lock that a dead process left behind counts as taken. If it was a thread of ours that was ended
+        // by force, its levels went with it.
+        if (m_Mutex->Lock(Deadline(kForever)) == Platform::LockResult::kAbandoned) {
+            m_LockedCount = 0;
+        }
     }
     ++m_LockedCount;
 }

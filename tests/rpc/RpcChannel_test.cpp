@@ -2,16 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "corvalen/platform/MessageQueue.h"
 #include "corvalen/rpc/MemoryPool.h"
+#include "corvalen/rpc/SharedMemory.h"
+#include "platform/Thread.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/LogCapture.h"
@@ -31,6 +36,7 @@ public:
     using RpcChannel::Lock;
     using RpcChannel::m_MemPool;
     using RpcChannel::m_Name;
+    using RpcChannel::m_SharedMem;
     using RpcChannel::RpcChannel;
     using RpcChannel::TagHandle;
     using RpcChannel::Unlock;
@@ -63,6 +69,7 @@ public:
         DisposeHandle(reply);
         return error;
     }
+    unsigned LockTag() const { return static_cast<std::uint16_t const*>(m_SharedMem->Data())[7]; }
     unsigned LiveHandles() {
         unsigned count = 0;
         m_MemPool->DoForEach([](auto*, auto, void* to) { ++*static_cast<unsigned*>(to); }, &count);
@@ -196,9 +203,14 @@ INSTANTIATE_TEST_SUITE_P(Moments, DeathOfTheServer,
 TEST_F(RpcChannelTest, GivesUpAtTheTimeLimitAndGetsOnlyItsOwnAnswersLater) {
     Server server = StartServer();
     ASSERT_EQ(m_Channel.OpenClient(), 0);
-    std::uint32_t const handle = m_Channel.Filled("h");
+    std::uint32_t handle = 0;
     std::uint32_t reply = 5;
-    EXPECT_EQ(m_Channel.Request(server.endpoint, handle, &reply, 50), ETIMEDOUT);
+    // On a loaded machine it may not be taken in time: then it is gone, and comes again.
+    ASSERT_TRUE(Support::WaitUntil([&] {
+        handle = m_Channel.Filled("h");
+        EXPECT_EQ(m_Channel.Request(server.endpoint, handle, &reply, 50), ETIMEDOUT);
+        return m_Channel.IsValidHandle(handle);
+    }));
     EXPECT_EQ(reply, 0U);
     ASSERT_TRUE(server.process.Reports("handling"));
     // The handler still reads it: nobody may get its memory.
@@ -240,6 +252,57 @@ TEST_F(RpcChannelTest, WorksOnWhenAPeerWasKilledInsideTheLock) {
                   m_Log.Asserted(0, "m_MemPool->m_Header->filler == 0", "RpcChannel"),
               1U);
     EXPECT_EQ(m_Channel.LiveHandles(), 0U);
+}
+
+TEST_F(RpcChannelTest, WorksOnWhenAThreadWasEndedInsideTheLock) {
+    ASSERT_EQ(m_Channel.OpenServer(u"s"), 0);
+    static std::atomic<bool> s_IsInside;
+    s_IsInside = false;
+    std::unique_ptr<System::Platform::Thread> const holder(System::Platform::Thread::CreateSuspended(
+        [](void* channel) -> unsigned long {
+            static_cast<TestChannel*>(channel)->Lock();
+            for (;;) {
+                s_IsInside = true;
+            }
+        },
+        &m_Channel));
+    ASSERT_NE(holder, nullptr);
+    holder->Resume();
+    ASSERT_TRUE(Support::WaitUntil([] { return s_IsInside.load(); }));
+    ASSERT_TRUE(holder->ForceEnd());
+    for (int round = 0; round < 2; ++round) {
+        m_Channel.Lock();
+        EXPECT_EQ(m_Channel.m_SharedMem->LockCount(), 1U);
+        EXPECT_NE(m_Channel.LockTag(), 0U);
+        m_Channel.Unlock();
+        EXPECT_EQ(m_Channel.LockTag(), 0U);
+    }
+    EXPECT_EQ(m_Log.Asserted(1, "m_MemPool->m_Header->filler == 0", "RpcChannel"), 1U);
+}
+
+TEST_F(RpcChannelTest, OfAHandlerThatThrowsFreesTheHandleAndTheSender) {
+    ASSERT_EQ(m_Channel.OpenServer(u"s"), 0);
+    m_Channel.onRequest = [](auto, auto) -> std::uint32_t {
+        throw std::bad_alloc();
+    };
+    int error = 0;
+    std::uint32_t reply = 5;
+    std::thread asker([&] {
+        error = m_Channel.Request(m_Channel.LocalEndPoint(), m_Channel.Filled("x"), &reply, kLimitMs);
+    });
+    ASSERT_TRUE(MessageQueue::Current().Wait(kLimitMs));
+    Message message;
+    EXPECT_THROW(MessageQueue::Current().Peek(message), std::bad_alloc);
+    asker.join();
+    EXPECT_EQ(error, ESRCH);
+    EXPECT_EQ(reply, 0U);
+    EXPECT_EQ(m_Channel.LiveHandles(), 0U);
+}
+
+TEST_F(RpcChannelTest, MayBeClosedByTheDestructorOfAStaticObject) {
+    ChildProcess closer("late_closer", {m_Name});
+    EXPECT_TRUE(closer.Reports("closed"));
+    EXPECT_EQ(closer.Wait(), 0);
 }
 
 TEST_F(RpcChannelTest, OfAServerThatOpenedAgainIsFoundUnderItsNewEndpoint) {

@@ -124,6 +124,12 @@ void ChildProcess::CloseInput() {
 void ChildProcess::Signal(int signal) {
     if (!m_Status) {
         ::kill(m_Pid, signal);
+        siginfo_t change{};
+        // It may run on for a moment; the end that it may have come to instead stays to be waited for.
+        while (signal == SIGSTOP &&
+               ::waitid(P_PID, static_cast<id_t>(m_Pid), &change, WSTOPPED | WEXITED | WNOWAIT) != 0 &&
+               errno == EINTR) {
+        }
     }
 }
 
