@@ -84,11 +84,12 @@ TEST_F(Limits, OfThePoolAreReachedToTheLastBlockAndLeftAgain) {
 }
 
 TEST_F(Limits, OfThePoolLeaveRequestsWithoutAnAnswerAndTheServerAtWork) {
+    // Closes last, after the server was killed, and takes the region away.
+    Endpoint client(WideName());
     ChildProcess server("rpc_peer", {m_Name, "server"});
     auto const line = server.ReadLine();
     ASSERT_TRUE(line);
     auto const endpoint = static_cast<std::uint32_t>(std::stoul(*line));
-    Endpoint client(WideName());
     ASSERT_EQ(client.OpenClient(), 0);
     std::uint32_t const request = client.NewHandle(kOneBlock);
     std::uint32_t const rest = client.NewHandle(kLargestHandle - 256);
@@ -147,6 +148,7 @@ TEST_F(Limits, OfWhatANameMayBeAreThoseOfARegion) {
 
 TEST_F(Limits, AreNotReachedBySixtyFourClientsAtOnce) {
     constexpr unsigned kClients = 64;
+    Endpoint last(WideName());
     ChildProcess server("rpc_peer", {m_Name, "server"});
     ASSERT_TRUE(server.ReadLine());
     std::vector<ChildProcess> clients;
@@ -158,7 +160,6 @@ TEST_F(Limits, AreNotReachedBySixtyFourClientsAtOnce) {
         EXPECT_EQ(client.ReadLine(), "done");
         EXPECT_EQ(client.Wait(), 0);
     }
-    Endpoint last(WideName());
     ASSERT_EQ(last.OpenClient(), 0);
     EXPECT_EQ(last.LiveHandles(), 0U);
 }

@@ -62,7 +62,8 @@ pid_t Spawn(Assignment const& assignment, int boardDescriptor) {
 
 }  // namespace
 
-Crew::Crew(Board& board, int boardDescriptor, std::string channel, std::uint32_t clients, std::uint32_t seed)
+Crew::Crew(Board& board, int boardDescriptor, std::string const& channel, std::uint32_t clients,
+           std::uint32_t seed)
     : m_Board(board), m_BoardDescriptor(boardDescriptor), m_Clients(clients) {
     // Taken by AwaitEnd instead of a handler.
     sigset_t const set = EndOfAChild();

@@ -21,7 +21,8 @@ struct Member {
 /// The processes of the storm: this program once more, with a part of its own. They end with the storm.
 class Crew {
 public:
-    Crew(Board& board, int boardDescriptor, std::string channel, std::uint32_t clients, std::uint32_t seed);
+    Crew(Board& board, int boardDescriptor, std::string const& channel, std::uint32_t clients,
+         std::uint32_t seed);
     ~Crew();
     Crew(Crew const&) = delete;
     Crew& operator=(Crew const&) = delete;

@@ -44,7 +44,9 @@ std::vector<std::string> Traces::Left(std::string const& channel) const {
     std::vector<std::string> left;
     for (std::string const& name : FilesThere()) {
         bool const isOurs = name.find(channel) != std::string::npos;
-        if (isOurs || (!m_Before.contains(name) && !IsHeld(name))) {
+        // Inboxes bear numbers, so that ours are told by their time only.
+        bool const isInbox = name.starts_with('.');
+        if (isOurs || (isInbox && !m_Before.contains(name) && !IsHeld(name))) {
             left.push_back(name);
         }
     }

@@ -13,7 +13,7 @@ public:
     /// Notes what is there before.
     Traces();
 
-    /// Files that came since and that no process holds any more, or that bear the name `channel`.
+    /// Files that bear the name `channel`, and inboxes that came since and that no process holds any more.
     [[nodiscard]] std::vector<std::string> Left(std::string const& channel) const;
 
 private:
