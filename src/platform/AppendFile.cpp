@@ -41,6 +41,7 @@ bool IsLockedByOther(int file, int operation) {
     return RetryOnInterrupt([&] { return ::flock(file, operation | LOCK_NB); }) != 0 && errno == EWOULDBLOCK;
 }
 
+// Never left to the closing: in a child of a fork that does not log, the description lives on with its lock.
 void Unlock(int file) {
     // A lock that is ours can't fail to be given back; on a file system without locks there is none.
     static_cast<void>(::flock(file, LOCK_UN));
@@ -128,11 +129,14 @@ void AppendFile::Follow() {
     StopDelay const delay;
     bool const isElsewhere = isInherited || !IsUnderItsName();
     // Who holds the lock is just making the new file; until then the old one takes the lines.
-    if (isElsewhere && (isInherited || !IsLockedByOther(m_File.Get(), LOCK_SH))) {
+    int const locked = m_File.Get();
+    if (isElsewhere && (isInherited || !IsLockedByOther(locked, LOCK_SH))) {
+        FileDescriptor old;
         if (FileDescriptor file = OpenAtName(); file.IsOpen()) {
-            static_cast<void>(Adopt(std::move(file)));
-        } else if (!isInherited) {
-            Unlock(m_File.Get());
+            old = Adopt(std::move(file));
+        }
+        if (!isInherited) {
+            Unlock(locked);
         }
     }
     m_NextLookNs = now + kLookIntervalNs;
@@ -192,7 +196,8 @@ void AppendFile::TakeBack(std::size_t written) {
 void AppendFile::Rotate(std::string_view firstLine) {
     StopDelay const delay;
     m_NextLookNs = 0;
-    if (m_Epoch != ProcessEpoch() || IsLockedByOther(m_File.Get(), LOCK_EX)) {
+    int const locked = m_File.Get();
+    if (m_Epoch != ProcessEpoch() || IsLockedByOther(locked, LOCK_EX)) {
         // Someone else is at it, or this description is not ours alone: the next line goes on from here.
         return;
     }
@@ -203,7 +208,7 @@ void AppendFile::Rotate(std::string_view firstLine) {
         static_cast<void>(::unlinkat(Base(), m_OlderPath.c_str(), 0));
     }
     bool const isRenamed = isOurs && ::renameat(Base(), m_Path.c_str(), Base(), m_OlderPath.c_str()) == 0;
-    FileDescriptor old;  // with it the lock, which others wait for until the new file has its first line
+    FileDescriptor old;
     if (FileDescriptor file = OpenAtName(); file.IsOpen()) {
         old = Adopt(std::move(file));
     } else {
@@ -212,15 +217,17 @@ void AppendFile::Rotate(std::string_view firstLine) {
             static_cast<void>(
                 ::renameat2(Base(), m_OlderPath.c_str(), Base(), m_Path.c_str(), RENAME_NOREPLACE));
         }
-        if (!HasAName(m_File.Get())) {
+        if (!HasAName(locked)) {
+            Unlock(locked);
             m_File.Reset();
             return;
         }
-        Unlock(m_File.Get());
     }
     if (isOurs) {
         Append(std::span(&firstLine, 1));
     }
+    // Others wait for the lock until the new file has its first line.
+    Unlock(locked);
 }
 
 }  // namespace System::Platform

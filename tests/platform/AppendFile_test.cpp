@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -151,6 +152,46 @@ TEST_F(AppendFileTest, LeavesTheFileToWhoeverIsRotatingIt) {
     Append(m_File, "2\n");
     EXPECT_EQ(Older(), "1\n2\n");
     EXPECT_FALSE(std::filesystem::exists(m_Path));
+}
+
+// A forked child that shares all descriptors of the test, and does nothing with them.
+class IdleChild {
+public:
+    IdleChild() {
+        EXPECT_EQ(::pipe2(m_Pipe, O_CLOEXEC), 0);
+        m_Pid = ::fork();
+        if (m_Pid == 0) {
+            ::close(m_Pipe[1]);
+            char byte = 0;
+            ::_exit(static_cast<int>(::read(m_Pipe[0], &byte, 1)));
+        }
+    }
+    ~IdleChild() {
+        ::close(m_Pipe[0]);
+        ::close(m_Pipe[1]);
+        ::waitpid(m_Pid, nullptr, 0);
+    }
+    IdleChild(IdleChild const&) = delete;
+    IdleChild& operator=(IdleChild const&) = delete;
+
+private:
+    int m_Pipe[2];
+    pid_t m_Pid = -1;
+};
+
+TEST_F(AppendFileTest, KeepsNobodyFromFollowingWhileAForkedChildHoldsTheOldFile) {
+    AppendFile others[2];
+    ASSERT_TRUE(Open(m_File));
+    ASSERT_TRUE(Open(others[0]));
+    ASSERT_TRUE(Open(others[1]));
+    IdleChild const child;
+    Append(m_File, "1\n");
+    m_File.Rotate("first\n");
+    Append(others[0], "2\n");
+    others[1].Rotate("renames nothing\n");
+    Append(others[1], "3\n");
+    EXPECT_EQ(Older(), "1\n");
+    EXPECT_EQ(Present(), "first\n2\n3\n");
 }
 
 TEST_F(AppendFileTest, HasNoPositionInAPipe) {
