@@ -107,6 +107,12 @@ char const* TagOf(unsigned severity) {
     return kTags[severity % kSeverityCount];
 }
 
+void DropProcs() {
+    while (s_Procs != nullptr) {
+        delete std::exchange(s_Procs, s_Procs->next);
+    }
+}
+
 struct LineTime {
     explicit LineTime(long time) { FormatLocalTime(text, sizeof text, "%m %d %H:%M:%S", time); }
     char text[kTimeTextSize];
@@ -139,7 +145,7 @@ void FLog::Init() {
             std::atomic_ref(s_Mask[severity])
                 .store(severity < kHighestSeverity ? ~std::uint64_t{0} : 0, std::memory_order_relaxed);
         }
-        s_Procs = nullptr;
+        DropProcs();
         s_Lock.Create();
     }
     ++s_InitCount;
@@ -149,9 +155,7 @@ void FLog::Terminate() {
     if (--s_InitCount != 0) {
         return;
     }
-    while (s_Procs != nullptr) {
-        delete std::exchange(s_Procs, s_Procs->next);
-    }
+    DropProcs();
     s_Lock.VerifyFree();
     s_Lock.Close();
 }

@@ -74,6 +74,14 @@ TEST(LogLifetime, KeepsLevelsAndProceduresUntilTheLastTerminate) {
     FLog::Terminate();
 }
 
+TEST(LogLifetime, StartsWithoutTheProceduresThatWereRegisteredBefore) {
+    FLog::RegisterProc(Procedure::Call, nullptr);
+    FLog::Init();
+    EXPECT_EQ(FLog::RegisteredProcCount(), 0u);
+    PutText("to nobody");
+    FLog::Terminate();
+}
+
 TEST_F(Log, PassesSeverities0To2OfEveryComponentByDefault) {
     for (std::uint64_t component : {std::uint64_t{1}, std::uint64_t{1} << 63, kAll}) {
         EXPECT_TRUE(FLog::Enabled(0, component));

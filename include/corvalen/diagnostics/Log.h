@@ -70,6 +70,7 @@ public:
     static void RegisterProc(LogProc proc, void* user);
     /// Removes the newest registration equal in both; false if there is none.
     static bool UnregisterProc(LogProc proc, void* user);
+    /// Registrations at present, a pair as often as it was added.
     [[nodiscard]] static unsigned RegisteredProcCount();
 
     /// A procedure that writes "%s>[%X] %s> [%s] %s %s\n" (tag, thread id, local time, name, context, text)
