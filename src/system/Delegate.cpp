@@ -1,5 +1,7 @@
 #include "corvalen/system/Delegate.h"
 
+#include "platform/StopDelay.h"
+
 namespace System {
 
 namespace {
@@ -40,6 +42,8 @@ void CSimpleDelegate<TTarget, TSender>::AddDelegate(TTarget* target, Method meth
 template <typename TTarget, typename TSender>
 void CSimpleDelegate<TTarget, TSender>::Bind(TTarget* target, Method method, DerivedMethod const& derived) {
     Held const held(m_Monitor);
+    // A target with the method of another would be called.
+    Platform::StopDelay const delay;
     m_Target = target;
     m_Method = method;
     m_Derived = derived;

@@ -48,6 +48,18 @@ struct Diamond : Virtual, virtual Listener {
     bool OnShared(CCommObject* sender) override { return Note(sender, true); }
 };
 
+struct Answering {
+    bool OnAnswer(CCommObject* sender) {
+        m_Asker = sender;
+        return m_Yes;
+    }
+
+    CCommObject* m_Asker = nullptr;
+    bool m_Yes = true;
+};
+
+struct Mixed : Listener, Answering {};
+
 class Delegate : public testing::Test {
 protected:
     void ExpectCall(Listener const& listener) {
@@ -99,6 +111,10 @@ TEST_F(Delegate, ReachesMethodsThroughAnyInheritance) {
     Diamond diamond;
     m_Notify.AddDelegate(&diamond, &Virtual::OnShared);
     ExpectCall(diamond);
+    Mixed mixed;
+    m_Notify.AddDelegate(&mixed, &Mixed::OnAnswer);
+    EXPECT_TRUE(m_Notify.Invoke());
+    EXPECT_EQ(mixed.m_Asker, &m_Sender);
 }
 
 TEST_F(Delegate, HasRoomForOneBinding) {

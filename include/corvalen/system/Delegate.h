@@ -35,10 +35,11 @@ public:
 
     /// Replaces the binding; null for either ends it.
     void AddDelegate(TTarget* target, Method method);
-    /// The same for a method of a derived class, named without a cast, and with any inheritance: no pointer
-    /// to a member of TTarget can hold a method of a class that has TTarget as a virtual base.
+    /// The same for a method of a derived class or of another base of the target's class, named without a
+    /// cast, and with any inheritance: no pointer to a member of TTarget can hold a method of a class that
+    /// has TTarget as a virtual base.
     template <typename TObject, typename TClass>
-    requires std::derived_from<TObject, TClass> && std::derived_from<TClass, TTarget> &&
+    requires std::derived_from<TObject, TClass> && std::derived_from<TObject, TTarget> &&
         (!std::same_as<TClass, TTarget>)void AddDelegate(TObject* target, bool (TClass::*method)(TSender*)) {
         DerivedMethod derived;
         if (target != nullptr && method != nullptr) {
