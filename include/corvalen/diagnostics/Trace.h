@@ -37,6 +37,7 @@ public:
     void put_Name(std::string name) { m_Name = std::move(name); }
     [[nodiscard]] std::string put_Name() { return m_Name; }
 
+    /// End the output, and bring out what is held back, in the way of the derived class.
     virtual void Close() = 0;
     virtual void Flush() = 0;
     /// Do nothing here.
@@ -74,6 +75,7 @@ class CORVALEN_API CDefaultTraceListener : public CTraceListener {
 public:
     using CTraceListener::Write;
 
+    /// Do nothing here: nothing is held back.
     void Close() override;
     void Flush() override;
     void Write(std::string text) override;
