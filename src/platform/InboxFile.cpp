@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -78,9 +79,15 @@ int InboxFile::Open(std::uint32_t number) {
     if (error != 0) {
         return error == ENOENT ? ESRCH : error;
     }
-    auto const& rec = *reinterpret_cast<InboxRec const*>(object.Data());
+    auto& rec = *reinterpret_cast<InboxRec*>(object.Data());
     // The owner closes before it removes the file, so that a file without a head is one that is being made.
     if (rec.head.signature != kInboxSignature || rec.head.version != kInboxVersion) {
+        return ESRCH;
+    }
+    // The number of an owner that died may be given out again, here to us. So that he does not pass for alive
+    // for as long as we do, the inbox is closed in his name.
+    if (std::atomic_ref(rec.head.owner).load(std::memory_order_relaxed) == object.Participant()) {
+        std::atomic_ref(rec.owner.isClosed).store(1);
         return ESRCH;
     }
     m_Object = std::move(object);

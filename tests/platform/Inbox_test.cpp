@@ -1,11 +1,15 @@
 // Both ends of an inbox, in the states that a killed sender or a long life leaves behind.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <set>
 #include <string>
 
+#include "platform/FileDescriptor.h"
+#include "platform/FileLock.h"
 #include "platform/OwnInbox.h"
 #include "platform/PeerInbox.h"
 
@@ -66,6 +70,30 @@ TEST_F(InboxTest, GoesOnBehindCountersThatSomebodyHasOverwritten) {
         Post(++value);
         EXPECT_EQ(Take(), value) << tail;
     }
+}
+
+TEST_F(InboxTest, OfADeadOwnerStaysDeadWhenHisNumberIsGivenOutAgain) {
+    constexpr std::int64_t kBytes = std::int64_t{65536} * static_cast<int>(Kind::kInbox);
+    unsigned dead = 1;
+    while (m_View.Object().IsAlive(dead)) {
+        ++dead;
+    }
+    m_View.Rec().head.owner = dead;
+    EXPECT_FALSE(m_Peer.IsAlive());
+    // Whoever opens it now has no other number to take.
+    std::string const path = SharedPlace().directory + "/" + InboxFileName(m_Own.Number());
+    FileDescriptor const others(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    for (unsigned number = 1; number <= NamedObject::kMaxParticipant; ++number) {
+        struct flock lock = FileLock::Bytes(F_WRLCK, kBytes + number, 1);
+        if (number != dead) {
+            // Those of the living stay theirs.
+            static_cast<void>(::fcntl(others.Get(), F_OFD_SETLK, &lock));
+        }
+    }
+    PeerInbox late;
+    EXPECT_EQ(late.Open(m_Own.Number()), ESRCH);
+    EXPECT_FALSE(m_Peer.IsAlive());
+    EXPECT_TRUE(m_Peer.IsClosed());
 }
 
 TEST_F(InboxTest, NeverGivesTwoLivingWindowsOneId) {
