@@ -11,7 +11,7 @@ set -euo pipefail
 wanted=(g++ cmake ninja-build pkg-config libpugixml-dev)
 for group in "$@"; do
     case "$group" in
-        --tests) wanted+=(libgtest-dev) ;;
+        --tests) wanted+=(libgtest-dev locales) ;;
         --lint) wanted+=(clang-14 clang-tidy-14 clang-format-14) ;;
         --fuzz) wanted+=(clang-14 libclang-rt-14-dev) ;;
         --bench)

@@ -7,6 +7,14 @@ cd "$(dirname "$0")/.."
 preset=$1
 shift
 
+# Some tests want a locale with a decimal comma. It is made here, for them alone.
+locales=$PWD/build/locales
+if [ ! -d "$locales/de_DE.UTF-8" ] && [ -e /usr/share/i18n/locales/de_DE ]; then
+    mkdir -p "$locales"
+    localedef --quiet -i de_DE -f UTF-8 "$locales/de_DE.UTF-8" || echo "no locale de_DE.UTF-8 could be made"
+fi
+[ ! -d "$locales/de_DE.UTF-8" ] || export LOCPATH=$locales
+
 report=$PWD/build/$preset/test-report.xml
 rm -f "$report"
 status=0
