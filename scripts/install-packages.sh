@@ -3,9 +3,9 @@
 #
 #   scripts/install-packages.sh [--tests] [--lint] [--fuzz] [--bench]
 #
-# Without a group: what the library, the examples and the tools are built with. --tests adds the test framework,
-# --lint the second compiler with its format and lint tools, --fuzz the fuzzer's run-time library, and --bench the
-# libraries that the benchmarks run beside ours.
+# Without a group: what the library, the examples and the tools are built with. --tests adds the test framework and
+# what locales are made of, --lint the second compiler with its format and lint tools, --fuzz the fuzzer's run-time
+# library, and --bench the libraries that the benchmarks run beside ours.
 set -euo pipefail
 
 wanted=(g++ cmake ninja-build pkg-config libpugixml-dev)
