@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,10 +21,28 @@ std::string PathOf(std::string const& key, char const* suffix) {
     return "/tmp/" + key + suffix;
 }
 
+// A descriptor that does not block is polled.
+ssize_t Read(int file, void* to, std::size_t size) {
+    for (;;) {
+        auto const got = ::read(file, to, size);
+        if (got >= 0 || errno != EAGAIN) {
+            return got;
+        }
+        PausePolling();
+    }
+}
+
+// Reads of `file` poll if `waiting` says so. For sockets that concerns this end's writes as well.
+void SetWaiting(int file, Waiting waiting) {
+    if (waiting == Waiting::kPolling && ::fcntl(file, F_SETFL, ::fcntl(file, F_GETFL) | O_NONBLOCK) != 0) {
+        std::perror("fcntl");
+    }
+}
+
 bool ReadWhole(int file, void* to, std::size_t size) {
     auto* at = static_cast<char*>(to);
     while (size != 0) {
-        auto const got = ::read(file, at, size);
+        auto const got = Read(file, at, size);
         if (got <= 0) {
             return false;
         }
@@ -51,9 +70,11 @@ constexpr std::uint32_t kNotification = 0x8000'0000;
 
 class PipeClient : public Client {
 public:
-    explicit PipeClient(std::string const& key)
+    PipeClient(std::string const& key, Waiting waiting)
         : m_Out(::open(PathOf(key, ".in").c_str(), O_WRONLY | O_CLOEXEC)),
-          m_In(::open(PathOf(key, ".out").c_str(), O_RDONLY | O_CLOEXEC)) {}
+          m_In(::open(PathOf(key, ".out").c_str(), O_RDONLY | O_CLOEXEC)) {
+        SetWaiting(m_In, waiting);
+    }
     ~PipeClient() override {
         ::close(m_Out);
         ::close(m_In);
@@ -86,9 +107,10 @@ private:
 class Pipe : public Transport {
 public:
     [[nodiscard]] char const* Name() const override { return "pipe"; }
+    [[nodiscard]] bool CanPoll() const override { return true; }
     [[nodiscard]] bool CanNotify() const override { return true; }
 
-    int Serve(std::string const& key, Waiting) override {
+    int Serve(std::string const& key, Waiting waiting) override {
         std::string const in = PathOf(key, ".in");
         std::string const out = PathOf(key, ".out");
         if (::mkfifo(in.c_str(), 0600) != 0 || ::mkfifo(out.c_str(), 0600) != 0) {
@@ -98,6 +120,7 @@ public:
         ReportReady();
         int const input = ::open(in.c_str(), O_RDONLY | O_CLOEXEC);
         int const output = ::open(out.c_str(), O_WRONLY | O_CLOEXEC);
+        SetWaiting(input, waiting);
         ::unlink(in.c_str());
         ::unlink(out.c_str());
         static char payload[kMaxPayload];
@@ -121,8 +144,8 @@ public:
         }
     }
 
-    std::unique_ptr<Client> Connect(std::string const& key, Waiting) override {
-        return std::make_unique<PipeClient>(key);
+    std::unique_ptr<Client> Connect(std::string const& key, Waiting waiting) override {
+        return std::make_unique<PipeClient>(key, waiting);
     }
 };
 
@@ -135,18 +158,19 @@ sockaddr_un AddressOf(std::string const& key) {
 
 class SocketClient : public Client {
 public:
-    explicit SocketClient(std::string const& key)
+    SocketClient(std::string const& key, Waiting waiting)
         : m_Socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
         sockaddr_un const address = AddressOf(key);
         if (::connect(m_Socket, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
             std::perror("connect");
         }
+        SetWaiting(m_Socket, waiting);
     }
     ~SocketClient() override { ::close(m_Socket); }
 
     Answer Ask(std::uint64_t sequence, std::size_t size) override {
         Answer answer{};
-        if (!Put(sequence, size, 0) || ::read(m_Socket, &answer, sizeof answer) != sizeof answer) {
+        if (!Put(sequence, size, 0) || Read(m_Socket, &answer, sizeof answer) != sizeof answer) {
             answer = {};
         }
         return answer;
@@ -167,9 +191,10 @@ private:
 class SeqPacket : public Transport {
 public:
     [[nodiscard]] char const* Name() const override { return "Unix socket"; }
+    [[nodiscard]] bool CanPoll() const override { return true; }
     [[nodiscard]] bool CanNotify() const override { return true; }
 
-    int Serve(std::string const& key, Waiting) override {
+    int Serve(std::string const& key, Waiting waiting) override {
         int const listener = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
         sockaddr_un const address = AddressOf(key);
         if (::bind(listener, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0 ||
@@ -179,11 +204,12 @@ public:
         }
         ReportReady();
         int const peer = ::accept(listener, nullptr, nullptr);
+        SetWaiting(peer, waiting);
         ::unlink(address.sun_path);
         static char buffer[1 + kMaxPayload];
         Answers answers;
         for (;;) {
-            auto const got = ::read(peer, buffer, sizeof buffer);
+            auto const got = Read(peer, buffer, sizeof buffer);
             if (got < static_cast<ssize_t>(1 + sizeof(Answer))) {
                 return 1;
             }
@@ -201,8 +227,8 @@ public:
         }
     }
 
-    std::unique_ptr<Client> Connect(std::string const& key, Waiting) override {
-        return std::make_unique<SocketClient>(key);
+    std::unique_ptr<Client> Connect(std::string const& key, Waiting waiting) override {
+        return std::make_unique<SocketClient>(key, waiting);
     }
 };
 
