@@ -1,21 +1,12 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
 
-#include "platform/ThreadId.h"
+#include "platform/ProcessBarrier.h"
+#include "platform/ThreadMark.h"
 
 namespace System::Platform {
-
-class Mutex;
-
-namespace Detail {
-// What the calling thread holds, newest first.
-[[gnu::tls_model("initial-exec")]] extern constinit thread_local Mutex* t_FirstHeld;
-}  // namespace Detail
 
 enum class [[nodiscard]] LockResult{
     kAcquired,
@@ -25,80 +16,79 @@ enum class [[nodiscard]] LockResult{
 };
 
 /// A recursive lock of one process. A thread that ends or is ended while it holds it leaves it to the next
-/// taker.
+/// taker. Taking it and giving it back costs one locked instruction. Who gives it back touches nothing of it
+/// afterwards, so that the next owner may destroy it.
 ///
 /// Threads: any thread may call any method; only the owner may unlock.
 /// Processes: in a forked child the thread that forked owns what it owned before, at the same depth; what
 /// other threads of the parent held counts as left behind by the dead.
 class Mutex {
 public:
-    Mutex() noexcept;
-    ~Mutex();
+    Mutex() noexcept = default;
+    ~Mutex() = default;
     Mutex(Mutex const&) = delete;
     Mutex& operator=(Mutex const&) = delete;
 
-    /// Takes the lock, waiting at most `timeoutMs` milliseconds (below 0: without limit).
+    /// Takes the lock, waiting at most `timeoutMs` milliseconds (below 0: without limit). Never kFailed.
     LockResult Lock(std::int64_t timeoutMs) noexcept {
-        // The plain attempt costs less than half of the timed call.
-        int const atOnce = m_IsUsable ? ::pthread_mutex_trylock(&m_Native) : EINVAL;
-        if (atOnce != 0) [[unlikely]] {
-            return atOnce == EBUSY ? Wait(timeoutMs) : Interpret(atOnce);
+        std::uint32_t const mark = CurrentThreadMark();
+        std::uint32_t seen = 0;
+        if (m_Owner.compare_exchange_strong(seen, mark, std::memory_order_acquire, std::memory_order_relaxed))
+            [[likely]] {
+            m_Depth = 1;
+            return LockResult::kAcquired;
         }
-        NoteTaken();
-        return LockResult::kAcquired;
+        if (seen == mark) {
+            ++m_Depth;
+            return LockResult::kAcquired;
+        }
+        return Wait(mark, timeoutMs);
     }
+
     /// Gives one level back; false if the caller is not the owner.
     bool Unlock() noexcept {
-        if (m_Owner.load(std::memory_order_relaxed) != CurrentThreadId()) [[unlikely]] {
+        if (!IsHeldByCaller()) [[unlikely]] {
             return false;
         }
         if (--m_Depth == 0) {
-            NoteFree();
+            auto& sleepers = SleepersAt(this);
+            m_Owner.store(0, std::memory_order_release);
+            // From here on the lock may be gone.
+            LightBarrier();
+            if (sleepers.load(std::memory_order_relaxed) != 0) [[unlikely]] {
+                WakeOne(this);
+            }
         }
-        return ::pthread_mutex_unlock(&m_Native) == 0;
+        return true;
     }
 
-    /// True once, in a forked child, for the thread that owns the lock since before the fork: for whoever
-    /// keeps the owner's id beside the lock, since the thread has another one now.
-    [[nodiscard]] bool TakeInheritance() noexcept;
+    [[nodiscard]] bool IsHeldByCaller() const noexcept {
+        return m_Owner.load(std::memory_order_relaxed) == CurrentThreadMark();
+    }
+    /// How often the caller has taken it. Requires that it holds it.
+    [[nodiscard]] unsigned Depth() const noexcept { return m_Depth; }
 
 private:
-    void NoteTaken() noexcept {
-        if (m_Depth++ != 0) {
-            return;
-        }
-        m_Owner.store(CurrentThreadId(), std::memory_order_relaxed);
-        m_PrevHeld = nullptr;
-        m_NextHeld = Detail::t_FirstHeld;
-        if (m_NextHeld != nullptr) {
-            m_NextHeld->m_PrevHeld = this;
-        }
-        Detail::t_FirstHeld = this;
-    }
-    void NoteFree() noexcept {
-        m_Owner.store(0, std::memory_order_relaxed);
-        (m_PrevHeld != nullptr ? m_PrevHeld->m_NextHeld : Detail::t_FirstHeld) = m_NextHeld;
-        if (m_NextHeld != nullptr) {
-            m_NextHeld->m_PrevHeld = m_PrevHeld;
-        }
-    }
-    static void InheritAll();
-    [[gnu::constructor]] static void RegisterForkHandler();
+    // How many threads sleep for a lock, or are about to, by its address; shared by locks whose addresses
+    // fall together. Outside of the lock, so that giving back touches nothing of it.
+    static constexpr std::size_t kSleeperSlots = 64;
+    struct alignas(64) SleeperSlot {
+        std::atomic<std::uint32_t> count;
+    };
+    static SleeperSlot s_Sleepers[kSleeperSlots];
 
-    [[nodiscard]] bool InitNative() noexcept;
-    LockResult Interpret(int error) noexcept;
-    [[nodiscard]] bool TryWhileLooking() noexcept;
-    LockResult Wait(std::int64_t timeoutMs) noexcept;
-    void ReleaseFromLostHolder() noexcept;
-    void Inherit(std::uint32_t thread) noexcept;
+    static std::atomic<std::uint32_t>& SleepersAt(Mutex const* mutex) noexcept {
+        return s_Sleepers[(reinterpret_cast<std::uintptr_t>(mutex) >> 6) % kSleeperSlots].count;
+    }
+    static void WakeOne(Mutex* mutex) noexcept;
 
-    pthread_mutex_t m_Native;
-    bool m_IsUsable = false;
-    unsigned m_Depth = 0;                         // the owner's
-    std::atomic<std::uint32_t> m_Owner{0};        // thread id; stays behind when its thread ends
-    std::atomic<std::uint32_t> m_InheritedBy{0};  // thread id in a forked child until it has been told
-    Mutex* m_NextHeld = nullptr;                  // links in the owner's list of what it holds
-    Mutex* m_PrevHeld = nullptr;
+    LockResult Wait(std::uint32_t mark, std::int64_t timeoutMs) noexcept;
+    [[nodiscard]] bool TryTake(std::uint32_t mark, LockResult& result) noexcept;
+    [[nodiscard]] bool TryWhileLooking(std::uint32_t mark, LockResult& result) noexcept;
+    void Sleep(std::int64_t limitNs) noexcept;
+
+    std::atomic<std::uint32_t> m_Owner{0};  // mark of the owning thread, 0 while free
+    unsigned m_Depth = 0;                   // the owner's
 };
 
 }  // namespace System::Platform

@@ -37,12 +37,12 @@ void CMonitor::Lock() {
     std::uint32_t count = LockCount();
     if (count == 0) {
         Verify(m_Thread.load(std::memory_order_relaxed) == 0, Gravity::kSerious, "m_Thread == 0", kSource);
-        m_Thread.store(caller, std::memory_order_relaxed);
-    } else if (!Verify(IsOwner(caller), Gravity::kSerious, "m_Thread == GetCurrentThreadId()", kSource)) {
+    } else if (!Verify(m_Thread.load(std::memory_order_relaxed) == caller || IsTakenAgain(),
+                       Gravity::kSerious, "m_Thread == GetCurrentThreadId()", kSource)) {
         // The last owner died with the lock: its count goes with it.
         count = 0;
-        m_Thread.store(caller, std::memory_order_relaxed);
     }
+    m_Thread.store(caller, std::memory_order_relaxed);
     m_LockCount.store(count + 1, std::memory_order_relaxed);
 }
 
@@ -79,15 +79,14 @@ bool CMonitor::Init() {
     return false;
 }
 
+// A fork gives the thread that made it another id, and leaves it what it holds.
 bool CMonitor::IsOwner(std::uint32_t thread) const {
-    if (m_Thread.load(std::memory_order_relaxed) == thread) {
-        return true;
-    }
-    if (m_Mutex == nullptr || !m_Mutex->TakeInheritance()) {
-        return false;
-    }
-    m_Thread.store(thread, std::memory_order_relaxed);
-    return true;
+    return m_Thread.load(std::memory_order_relaxed) == thread ||
+           (m_Mutex != nullptr && m_Mutex->IsHeldByCaller());
+}
+
+bool CMonitor::IsTakenAgain() const {
+    return m_Mutex != nullptr && m_Mutex->Depth() > 1;
 }
 
 }  // namespace System::Threading

@@ -45,10 +45,11 @@ public:
 
 private:
     [[nodiscard]] bool IsOwner(std::uint32_t thread) const;
+    [[nodiscard]] bool IsTakenAgain() const;
 
     Platform::Mutex* m_Mutex;
     std::atomic<std::uint32_t> m_LockCount{0};
-    mutable std::atomic<std::uint32_t> m_Thread{0};  // rewritten by its owner after a fork, which renames it
+    std::atomic<std::uint32_t> m_Thread{0};
 };
 
 }  // namespace System::Threading
