@@ -7,15 +7,25 @@ namespace System::RPC {
 
 using namespace PoolAccess;
 
+namespace {
+
+constexpr std::uint16_t kFormatting = 1;
+
+}  // namespace
+
 void MemoryPool::Format(std::uint16_t blockSize, std::uint16_t blockCount) {
     std::uint32_t const seed = Platform::Clock::TickCount() & kReferenceMask;
     bool const isEmpty = blockCount == 0;
+    // Until all is written the pool looks as if somebody was inside its lock: who comes after our death
+    // rebuilds it.
+    Store(m_Header->filler, kFormatting);
+    std::atomic_thread_fence(std::memory_order_release);
     *m_Header = {.signature = kSignature,
                  .len = CalculateSize(blockSize, blockCount),
                  .blockSize = blockSize,
                  .blockCount = blockCount,
                  .nextRef = static_cast<std::uint16_t>(seed == 0 ? 1 : seed),
-                 .filler = 0,
+                 .filler = kFormatting,
                  .firstFree = isEmpty ? EOL : std::uint16_t{0},
                  .lastFree = isEmpty ? EOL : std::uint16_t{0},
                  .freeSize = blockCount,
@@ -29,6 +39,7 @@ void MemoryPool::Format(std::uint16_t blockSize, std::uint16_t blockCount) {
         Store(m_Hdls[0].prevFree, EOL);
         SetFirst(0, blockCount, 0);
     }
+    Publish(m_Header->filler, 0);
 }
 
 void MemoryPool::DoForEach(void (*proc)(MemoryPool*, std::uint32_t, void*), void* context) {

@@ -1,4 +1,5 @@
 // Attaches to the pool in a region and runs the script of operations on it: pool_peer <region> <handle>...
+// or formats it: pool_peer <region> format
 
 #include <cstdlib>
 #include <string>
@@ -14,6 +15,11 @@ int main(int argc, char** argv) {
         MemoryPool::CalculateSize(Support::PoolScript::kBlockSize, Support::PoolScript::kBlockCount));
     if (!region.IsValid()) {
         return 2;
+    }
+    if (argc > 2 && argv[2] == std::string("format")) {
+        MemoryPool const fresh(Support::PoolScript::kBlockSize, Support::PoolScript::kBlockCount,
+                               region.Data());
+        return 0;
     }
     MemoryPool pool(region.Data());
     Support::PoolScript script(pool);

@@ -25,16 +25,15 @@ using System::RPC::SharedMemory;
 
 class View : public MemoryPool {
 public:
+    using MemoryPool::LockTag;
     using MemoryPool::MemoryPool;
     using MemoryPool::Rebuild;
+    using MemoryPool::SetLockTag;
 };
 
 // -SIGKILL, or 0 when the script ends before its write `number`.
-int RunAndDieAtWrite(int number, std::string const& region, std::vector<std::uint32_t> const& handles) {
-    std::vector<std::string> arguments{region};
-    for (std::uint32_t const handle : handles) {
-        arguments.push_back(std::to_string(handle));
-    }
+int RunAndDieAtWrite(int number, std::string const& region, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), region);
     ::setenv("CORVALEN_DIE_AT", ("pool.write:" + std::to_string(number)).c_str(), 1);
     Support::ChildProcess peer("pool_peer", arguments);
     ::unsetenv("CORVALEN_DIE_AT");
@@ -51,7 +50,10 @@ TEST(MemoryPoolDeath, AtAnyWriteLeavesOnlyWholeHandlesAndIsMendedByARebuild) {
     auto const& header = *static_cast<PoolHeaderRec const*>(region.Data());
     PoolScript script(pool);
     script.Prepare();
-    std::vector<std::uint32_t> const handles = script.Known();
+    std::vector<std::string> handles;
+    for (std::uint32_t const handle : script.Known()) {
+        handles.push_back(std::to_string(handle));
+    }
     std::vector<char> const image(static_cast<char*>(region.Data()),
                                   static_cast<char*>(region.Data()) + size);
     script.Run();
@@ -79,6 +81,37 @@ TEST(MemoryPoolDeath, AtAnyWriteLeavesOnlyWholeHandlesAndIsMendedByARebuild) {
     EXPECT_GT(died, 60);
     EXPECT_EQ(log.Count("(MemoryPool:"), 0U);
     std::memcpy(region.Data(), image.data(), sizeof(PoolHeaderRec));
+}
+
+TEST(MemoryPoolDeath, WhileItIsFormattedIsSeenByTheNextHolderOfTheLock) {
+    Support::LogCapture log;
+    std::string const name = Support::UniqueName("pool");
+    constexpr std::uint32_t kWhole = PoolScript::kBlockSize * PoolScript::kBlockCount - 8;
+    std::uint32_t const size = MemoryPool::CalculateSize(PoolScript::kBlockSize, PoolScript::kBlockCount);
+    SharedMemory region(std::u16string(name.begin(), name.end()).c_str(), size);
+    ASSERT_TRUE(region.IsValid());
+    int died = 0;
+    int end = -SIGKILL;
+    while (end == -SIGKILL) {
+        View pool(PoolScript::kBlockSize, PoolScript::kBlockCount, region.Data());
+        std::vector<std::uint32_t> handles{pool.NewHandle(100), pool.NewHandle(0), pool.NewHandle(0)};
+        pool.DisposeHandle(handles[0]);
+        end = RunAndDieAtWrite(died + 1, name, {"format"});
+        died += end == -SIGKILL ? 1 : 0;
+        if (pool.LockTag() != 0) {
+            pool.Rebuild();
+            pool.SetLockTag(0);
+        }
+        for (std::uint32_t const handle : handles) {
+            pool.DisposeHandle(handle);
+        }
+        std::uint32_t const whole = pool.NewHandle(kWhole);
+        ASSERT_NE(whole, 0U) << "at write " << died;
+        pool.DisposeHandle(whole);
+    }
+    EXPECT_EQ(end, 0);
+    EXPECT_GT(died, 5);
+    EXPECT_EQ(log.Count("(MemoryPool:"), 0U);
 }
 
 }  // namespace
