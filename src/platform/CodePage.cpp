@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "platform/CodePageUtf8.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -77,6 +78,8 @@ struct ThreadConversions {
 ThreadConversions& ConversionsOf(std::string const& name, std::uint64_t serial) {
     static thread_local ThreadConversions t_Conversions;
     if (t_Conversions.serial != serial) {
+        // The end of a thread that is stopped by force closes them too: it must not find one closed already.
+        StopDelay const stopDelay;
         t_Conversions.decode.Open(kUnits, name.c_str());
         t_Conversions.encode.Open(name.c_str(), kUnits);
         bool const isOpen = t_Conversions.decode.IsOpen() && t_Conversions.encode.IsOpen();

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/ProcessEpoch.h"
+#include "platform/StopDelay.h"
 #include "platform/ThreadQueue.h"
 
 namespace System::Platform {
@@ -42,6 +43,7 @@ struct MessageQueueOwner {
 private:
     static void Make() {
         static thread_local MessageQueueOwner t_Owner;
+        StopDelay const stopDelay;
         t_Queue = new MessageQueue;
         t_Owner.isNeeded = true;
     }

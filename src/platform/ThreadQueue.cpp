@@ -64,6 +64,8 @@ int ThreadQueue::NeedInbox() {
     if (m_Inbox != nullptr) {
         return 0;
     }
+    // Stopped by force in between, the thread would leave an inbox that nobody ends while the process lives.
+    StopDelay const stopDelay;
     auto inbox = std::make_unique<OwnInbox>();
     int const error = inbox->Create();
     if (error == 0) {
@@ -251,6 +253,7 @@ bool ThreadQueue::Wait(int timeoutMs) {
 
 int ThreadQueue::Descriptor() {
     if (!m_Descriptor.IsOpen()) {
+        StopDelay const stopDelay;
         if (NeedInbox() != 0 || m_Descriptor.Open(m_Inbox->Number()) != 0) {
             return -1;
         }

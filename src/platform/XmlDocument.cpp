@@ -15,6 +15,7 @@
 
 #include "platform/FileDescriptor.h"
 #include "platform/Retry.h"
+#include "platform/StopDelay.h"
 #include "platform/XmlText.h"
 #include "platform/XmlTree.h"
 
@@ -36,6 +37,8 @@ public:
 
 private:
     static locale_t Neutral() {
+        // A thread stopped in the initialisation would keep all others from it.
+        StopDelay const stopDelay;
         static locale_t const s_Neutral = ::newlocale(LC_ALL_MASK, "C", nullptr);
         return s_Neutral;
     }

@@ -8,10 +8,12 @@
 #include <thread>
 
 #include "corvalen/diagnostics/Log.h"
+#include "corvalen/platform/MessageQueue.h"
 #include "corvalen/rpc/SharedMemory.h"
 #include "corvalen/threading/ComThread.h"
 #include "corvalen/threading/Monitor.h"
 #include "platform/Thread.h"
+#include "platform/Window.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unique.h"
 
@@ -21,7 +23,7 @@ extern "C" [[gnu::weak]] void __lsan_disable();
 namespace {
 
 using System::Diagnostics::FLog;
-using System::Platform::Thread;
+using namespace System::Platform;
 using System::Threading::CComThread;
 using System::Threading::CMonitor;
 
@@ -36,6 +38,7 @@ struct Scene {
     std::atomic<unsigned> turns{0};
     CMonitor monitor;
     System::RPC::SharedMemory region{Support::UniqueWideName().c_str(), 64};
+    std::u16string windowClass = Support::UniqueWideName();
     int pipe[2] = {-1, -1};
 
     // Shows that the thread is where it is to be stopped.
@@ -111,6 +114,23 @@ void AskForNames(Scene& scene) {
     }
 }
 
+// Makes and ends what a message queue holds, and takes messages.
+void UseTheQueue(Scene& scene) {
+    for (;;) {
+        MessageQueue& queue = MessageQueue::Current();
+        std::uint32_t window = 0;
+        EXPECT_EQ(CreateMessageWindow(scene.windowClass, u"", nullptr, window), 0);
+        std::uint32_t const timer = queue.SetTimer(1000, [](auto...) {});
+        EXPECT_EQ(PostToWindow(window, 1024, 0, 0), 0);
+        Message message;
+        EXPECT_TRUE(queue.Peek(message));
+        queue.Dispatch(message);
+        EXPECT_TRUE(queue.KillTimer(timer));
+        EXPECT_EQ(DestroyMessageWindow(window), 0);
+        scene.Turn();
+    }
+}
+
 struct Job {
     void (*work)(Scene&);
     Scene* scene;
@@ -132,6 +152,9 @@ protected:
         FLog::RegisterProc(CountLine, &m_Lines);
         FLog::RegisterProc(StayInLine, &m_Scene);
         EXPECT_EQ(::pipe(m_Scene.pipe), 0);
+        EXPECT_EQ(RegisterWindowClass(m_Scene.windowClass,
+                                      [](std::uint32_t, unsigned, unsigned, long) { return 0L; }),
+                  0);
     }
     ~ForcedStop() override {
         ::close(m_Scene.pipe[0]);
@@ -159,6 +182,9 @@ protected:
             m_Scene.monitor.Unlock();
             m_Scene.region.Lock();
             m_Scene.region.Unlock();
+            std::uint32_t window = 0;
+            EXPECT_EQ(CreateMessageWindow(m_Scene.windowClass, u"", nullptr, window), 0);
+            EXPECT_EQ(DestroyMessageWindow(window), 0);
             std::unique_ptr<char[]> const memory(new char[5000]);
             isDone = memory != nullptr;
         });
@@ -177,7 +203,8 @@ protected:
 TEST_F(ForcedStop, LeavesTheProcessWholeAHundredTimesInARow) {
     constexpr void (*kWorks[])(Scene&) = {
         LoopTightly,     ReadWhatNeverComes,     HoldTheMonitor, LockAndUnlock, HoldTheRegionsLock,
-        HoldTheLogsLock, HoldAMonitorOnItsStack, Allocate,       WriteLines,    AskForNames};
+        HoldTheLogsLock, HoldAMonitorOnItsStack, Allocate,       WriteLines,    AskForNames,
+        UseTheQueue};
     constexpr int kRounds = 100;
     for (int round = 0; round < kRounds && !HasFatalFailure(); ++round) {
         SCOPED_TRACE(round);
