@@ -54,18 +54,24 @@ XmlNode Select(XmlDocument const& document, std::string const& path) {
     return document.SelectSingleNode(WideOf(path).get());
 }
 
-// Whether `node` has the attribute. Its value is set as far as XML has the characters: a refusal is not the
-// caller's concern.
-bool ChangeExisting(XmlNode const& node, char16_t const* name, std::string const& value) {
-    WideBlock const wide = WideOf(value);
+// What `set` gives, which sets a value. A refusal of characters that XML does not have is not the caller's
+// concern, and counts as done.
+template <typename Set>
+bool SetIfPossible(Set&& set) {
     try {
-        return node.ChangeAttribute(name, wide.get());
+        return set();
     } catch (XmlError const& error) {
         if (error.Status() != XmlError::kInvalidArgument) {
             throw;
         }
         return true;
     }
+}
+
+// Whether `node` has the attribute, which then has the value.
+bool ChangeExisting(XmlNode const& node, char16_t const* name, std::string const& value) {
+    WideBlock const wide = WideOf(value);
+    return SetIfPossible([&] { return node.ChangeAttribute(name, wide.get()); });
 }
 
 // What `work` gives, or false if it fails in whatever way.
@@ -185,9 +191,15 @@ bool CXmlUtils::CreateAttribute(XmlDocument document, XmlNode node, char const* 
     if (!document || !node || name == nullptr) {
         return false;
     }
-    WideBlock const wideName = WideOfName(name);
-    node.SetAttribute(document.CreateAttribute(wideName.get()));
-    return ChangeExisting(node, wideName.get(), value);
+    XmlNode const attribute = document.CreateAttribute(WideOfName(name).get());
+    WideBlock const wide = WideOf(value);
+    // The value first: without memory for it the element keeps what it has.
+    bool const isSet = SetIfPossible([&] {
+        attribute.SetValue(wide.get());
+        return true;
+    });
+    node.SetAttribute(attribute);
+    return isSet;
 }
 
 bool CXmlUtils::Tokenize(std::string const& text, char&, std::string*& tokens, unsigned int& count) {

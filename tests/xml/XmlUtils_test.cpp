@@ -115,6 +115,11 @@ TEST_F(XmlUtils, ChangesAnAttributeOrCreatesIt) {
     EXPECT_EQ(AttributeOf(u"//phone", "imei"), "<\xE2\x82\xAC>");
     EXPECT_TRUE(CXmlUtils::ChangeAttributeValue(m_Document, "//phone", "model", "x"));
     EXPECT_EQ(AttributeOf(u"//phone", "model"), "x");
+    // What is not XML is not set, which the result does not show.
+    EXPECT_TRUE(CXmlUtils::ChangeAttributeValue(m_Document, "//phone", "model", "\x01"));
+    EXPECT_EQ(AttributeOf(u"//phone", "model"), "x");
+    EXPECT_TRUE(CXmlUtils::ChangeAttributeValue(m_Document, "//phone", "owner", "\x01"));
+    EXPECT_EQ(AttributeOf(u"//phone[@owner]", "owner"), "");
     EXPECT_FALSE(CXmlUtils::ChangeAttributeValue(m_Document, "//phone", "no name", "x"));
     EXPECT_FALSE(CXmlUtils::ChangeAttributeValue(nullptr, "//phone", "imei", "x"));
 }
