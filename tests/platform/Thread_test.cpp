@@ -62,8 +62,11 @@ TEST(Thread, IsKnownAndFurnishedBeforeItsFirstInstruction) {
         ++first;
     }
     EXPECT_TRUE(CPU_COUNT(&processors) == 1 && CPU_ISSET(first, &processors));
+    // Whoever runs with less priority than that may not be allowed to raise it.
+    int const before = ::getpriority(PRIO_PROCESS, thread->Id());
     thread->SetPriority(-2);
-    EXPECT_EQ(::getpriority(PRIO_PROCESS, thread->Id()), 10);
+    int const nice = ::getpriority(PRIO_PROCESS, thread->Id());
+    EXPECT_TRUE(nice == 10 || (before > 10 && nice == before)) << nice;
     EXPECT_EQ(seen, 0u);
     EXPECT_FALSE(thread->WaitForEnd(0));
     thread->Resume();

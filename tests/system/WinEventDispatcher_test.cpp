@@ -62,9 +62,11 @@ TEST_F(WinEventDispatcher, CanBeStartedAgainAfterAbort) {
     dispatcher.Abort();
     dispatcher.Init();
     EXPECT_TRUE(Support::WaitUntil([&] { return dispatcher.m_Runs == 2; }));
-    EXPECT_EQ(dispatcher.m_Returns, 1);
+    // On a machine that has stood still for 2 seconds the first worker was ended by force.
+    int const returns = dispatcher.m_Returns;
+    EXPECT_TRUE(returns == 1 || m_Log.Count("Forcing a thread to quit") == 1);
     dispatcher.Abort();
-    EXPECT_TRUE(Support::WaitUntil([&] { return dispatcher.m_Returns == 2; }));
+    EXPECT_TRUE(Support::WaitUntil([&] { return dispatcher.m_Returns == returns + 1; }));
 }
 
 TEST_F(WinEventDispatcher, IsStoppedByItsDestructorFromEveryState) {

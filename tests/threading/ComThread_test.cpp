@@ -22,7 +22,8 @@ using System::Platform::CurrentThreadId;
 constexpr char kWarning[] = "Forcing a thread to quit";
 constexpr unsigned long kNobody = 4194305;  // above the highest id that the kernel gives
 
-// Runs until it is asked to end.
+// Runs until it is asked to end. The 2 seconds that it has for that begin when it is about to return, so that
+// no pause of the machine is taken for a refusal.
 class Worker : public IRunnable {
 public:
     void Run() override {
@@ -30,10 +31,15 @@ public:
         m_Id = CurrentThreadId();
         ++m_Runs;
         m_End.WaitOne();
+        m_IsLeaving.Set();
     }
-    void Abort() override { m_End.Set(); }
+    void Abort() override {
+        m_End.Set();
+        m_IsLeaving.WaitOne();
+    }
 
     CAutoResetEvent m_End;
+    CAutoResetEvent m_IsLeaving;
     std::atomic<std::uint32_t> m_Id{0};
     std::atomic<int> m_Runs{0};
     std::string m_Name;
@@ -147,7 +153,8 @@ TEST_F(ComThread, IsStoppedByItsDestructor) {
     ASSERT_TRUE(WaitForRun(worker));
     std::string const task = "/proc/self/task/" + std::to_string(worker.m_Id) + "/comm";
     thread.reset();
-    EXPECT_EQ(Support::ReadFile(task), "");
+    // The system takes the task off its list a moment after the thread has been joined.
+    EXPECT_TRUE(Support::WaitUntil([&] { return Support::ReadFile(task).empty(); }));
 }
 
 TEST_F(ComThread, MapsItsPrioritiesToNiceValues) {
@@ -155,14 +162,20 @@ TEST_F(ComThread, MapsItsPrioritiesToNiceValues) {
     CComThread thread(&worker);
     ASSERT_TRUE(thread.Start());
     ASSERT_TRUE(WaitForRun(worker));
-    EXPECT_EQ(::getpriority(PRIO_PROCESS, worker.m_Id), ::getpriority(PRIO_PROCESS, CurrentThreadId()));
+    int before = ::getpriority(PRIO_PROCESS, worker.m_Id);
+    EXPECT_EQ(before, ::getpriority(PRIO_PROCESS, CurrentThreadId()));
+    auto const expectNice = [&](int wanted) {
+        int const nice = ::getpriority(PRIO_PROCESS, worker.m_Id);
+        // Not everybody may go down with it, which the machine's user may have made higher than this.
+        EXPECT_TRUE(nice == wanted || (wanted < before && nice == before)) << nice;
+        before = nice;
+    };
     thread.SetPriorityNormal();
-    EXPECT_EQ(::getpriority(PRIO_PROCESS, worker.m_Id), 5);
+    expectNice(5);
     thread.SetPriorityLow();
-    EXPECT_EQ(::getpriority(PRIO_PROCESS, worker.m_Id), 10);
+    expectNice(10);
     thread.SetPriorityHigh();
-    int const nice = ::getpriority(PRIO_PROCESS, worker.m_Id);
-    EXPECT_TRUE(nice == -5 || nice == 10) << nice;
+    expectNice(-5);
 }
 
 TEST_F(ComThread, ReportsAnObjectThatOutlivesTheLibrary) {
