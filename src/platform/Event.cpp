@@ -4,6 +4,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Futex.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -51,8 +52,14 @@ bool Event::Wait(std::int64_t timeoutMs) {
         return false;
     }
     Deadline const deadline(timeoutMs);
+    // A waiter that is stopped by force takes itself off, and hands on a wake-up that it may have got. The
+    // stop interrupts the sleep, and comes again if it came just before.
+    StopDelay const stopDelay;
     m_Word.fetch_add(kWaiter);
-    while (!TryPass(kWaiter)) {
+    while (!stopDelay.IsStopDue()) {
+        if (TryPass(kWaiter)) {
+            return true;
+        }
         if (deadline.HasPassed()) {
             // A Set that comes now finds one waiter too many, which costs it a call and nothing else.
             m_Word.fetch_sub(kWaiter);
@@ -62,7 +69,11 @@ bool Event::Wait(std::int64_t timeoutMs) {
             FutexWait(FutexWord(m_Word), word, deadline.LeftNs(), false);
         }
     }
-    return true;
+    auto& word = FutexWord(m_Word);
+    if ((m_Word.fetch_sub(kWaiter) & kSet) != 0) {
+        FutexWake(word, 1, false);
+    }
+    return false;
 }
 
 }  // namespace System::Platform

@@ -49,6 +49,11 @@ public:
             Detail::EndStoppedThread();
         }
     }
+    /// Whether a stop has come that is carried out as soon as this one goes.
+    [[nodiscard]] bool IsStopDue() const {
+        return Detail::t_Stop.isPending.load(std::memory_order_relaxed) &&
+               Detail::t_Stop.depth.load(std::memory_order_relaxed) == 1;
+    }
     StopDelay(StopDelay const&) = delete;
     StopDelay& operator=(StopDelay const&) = delete;
 };
