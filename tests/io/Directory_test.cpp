@@ -110,7 +110,7 @@ TEST_F(Directory, IsNotTouchedByAPathThatCantBeConvertedWhole) {
 }
 
 TEST_F(Directory, IsSoughtUnderTheFirst259CharactersOfItsName) {
-    std::string const prefix = m_Folder.Path() + "/" + std::string(200, 'n') + "/";
+    std::string const prefix = m_Folder.Path() + "/" + std::string(100, 'n') + "/";
     fs::create_directory(prefix);
     std::string const path = prefix + std::string(258 - prefix.size(), 'n');
     fs::create_directory(path + "n");
@@ -125,7 +125,7 @@ TEST_F(Directory, IsSoughtUnderTheFirst259CharactersOfItsName) {
 }
 
 TEST_F(Directory, KeepsAnEntryWhoseFullNameIsTooLong) {
-    std::string const tree = m_Folder.Path() + "/" + std::string(150, 't');
+    std::string const tree = m_Folder.Path() + "/" + std::string(100, 't');
     std::size_t const room = 259 - tree.size() - 1;
     fs::create_directory(tree);
     std::string const fits = tree + "/" + std::string(room, 'a');
