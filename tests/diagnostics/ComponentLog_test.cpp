@@ -41,6 +41,10 @@ std::string Hex(unsigned number) {
     return text.str();
 }
 
+std::u16string WideOf(std::string const& name) {
+    return std::filesystem::path(name).u16string();
+}
+
 std::string const& MyId() {
     static std::string const s_Id = Hex(static_cast<unsigned>(::gettid()));
     return s_Id;
@@ -355,28 +359,27 @@ TEST_F(ComponentLog, IsRegisteredWithoutAFileOnlyAsRteLog) {
 
 TEST_F(ComponentLog, MeansTheSameFileByAWideAndANarrowName) {
     std::string const name = Name();
-    std::u16string const wide(name.begin(), name.end());
+    std::u16string const wide = WideOf(name);
     { FRteCompLog const log(wide.c_str(), static_cast<unsigned>(wide.size())); }
     { auto const log = Open<FRteCompLog>(name); }
     EXPECT_EQ(Content("log.rlg"), std::string(kRteFirst) + kRteFirst);
 }
 
 TEST_F(ComponentLog, WritesWideNamesAsUtf8) {
-    std::string const folder = m_Folder.Path();
-    std::u16string const wide = std::u16string(folder.begin(), folder.end()) + u"/\u20AC";
+    std::u16string const wide = WideOf(m_Folder.Path()) + u"/\u20AC";
     FRteCompLog const log(wide.c_str(), static_cast<unsigned>(wide.size()));
     EXPECT_EQ(Content("\xE2\x82\xAC.rlg"), kRteFirst);
 }
 
 TEST_F(ComponentLog, CutsANameThatIsLongerThanItsLengthAndTheRoomForTheExtension) {
     std::string const name = Name("abcdefgh");
-    auto const length = static_cast<unsigned>(name.size());
-    std::u16string const wide(name.begin(), name.end());
+    std::u16string const wide = WideOf(name);
+    auto const length = static_cast<unsigned>(wide.size());
     { FRteCompLog const log(wide.c_str(), length - 12); }
     EXPECT_EQ(Content("abcdefgh.rl"), kRteFirst);
     { FRteCompLog const log(wide.c_str(), length - 18); }
     EXPECT_EQ(Content("abcde"), kRteFirst);
-    { FRteCompLog const log(name.c_str(), length - 5); }
+    { FRteCompLog const log(name.c_str(), static_cast<unsigned>(name.size() - 5)); }
     EXPECT_EQ(Content("abc.rlg"), kRteFirst);
 }
 

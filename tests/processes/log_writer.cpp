@@ -41,7 +41,7 @@ void PutMany(std::string const& start, int lines, std::size_t length) {
 void Open(std::istringstream& words) {
     std::string kind;
     std::string name;
-    words >> kind >> name;
+    std::getline(words >> kind >> std::ws, name);
     auto const length = static_cast<unsigned>(name.size());
     if (kind == "rte") {
         s_Rte = std::make_unique<FRteCompLog>(name.c_str(), length);
