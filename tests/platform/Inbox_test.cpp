@@ -96,6 +96,15 @@ TEST_F(InboxTest, OfADeadOwnerStaysDeadWhenHisNumberIsGivenOutAgain) {
     EXPECT_TRUE(m_Peer.IsClosed());
 }
 
+TEST_F(InboxTest, KeepsTheTimeLimitOfARequestAtALockThatIsHeld) {
+    RingRec& ring = m_View.Rec().sent;
+    ring.lock.word = m_View.Object().Participant();
+    SlotPlace place;
+    EXPECT_EQ(m_Peer.Send(SlotRec{}, place, Deadline(20)), ETIMEDOUT);
+    ring.lock.word = 0;
+    EXPECT_EQ(m_Peer.Send(SlotRec{}, place, Deadline(0)), 0);
+}
+
 TEST_F(InboxTest, NeverGivesTwoLivingWindowsOneId) {
     std::set<std::uint32_t> living;
     std::uint32_t window = 0;
