@@ -53,6 +53,13 @@ TEST(CommTimer, TakesOneMessageInEachPassOfADelayThatPumps) {
         CCommTimer::myDelay(kDelay, 1);
         EXPECT_EQ(s_Handled, static_cast<int>(kDelay) - 1);
     }
+    // The rest is still there; it goes now, so that it does not meet the next test.
+    Message left;
+    int waiting = 0;
+    while (MessageQueue::Current().Peek(left)) {
+        ++waiting;
+    }
+    EXPECT_EQ(waiting, kMessages - s_Handled);
     EXPECT_EQ(DestroyMessageWindow(window), 0);
 }
 
