@@ -90,6 +90,8 @@ bool ThreadQueue::HasWork() {
 
 void ThreadQueue::Serve(SlotRec const& message) {
     m_PeerProcessor = message.processor;
+    // Also where a host polls and never waits.
+    m_Inbox->TellProcessor(CurrentProcessor());
     Window const* const window = FindWindow(message.window);
     if (window == nullptr) {
         Answer(message, ReplyState::kRefused, 0);
@@ -190,6 +192,7 @@ bool ThreadQueue::WaitUntil(IsDone isDone, Deadline const& deadline, std::uint32
     };
     std::int64_t const lookNs = m_Policy.LookNs(here, peerProcessor, m_UsableProcessors);
     std::int64_t const lookUntilNs = std::min(beginNs + lookNs, deadline.Ns());
+    bool const hasLooked = nowNs < lookUntilNs;
     while (nowNs < lookUntilNs) {
         for (int i = 0; i < kLooksBetweenClockReads; ++i) {
             if (isDone()) {
@@ -199,7 +202,8 @@ bool ThreadQueue::WaitUntil(IsDone isDone, Deadline const& deadline, std::uint32
         }
         nowNs = Clock::MonotonicNs();
     }
-    if (++m_Sleeps % kSleepsBetweenAffinityReads == 0) {
+    // A look in vain costs more than to ask whether there is anything to look for.
+    if (hasLooked || ++m_Sleeps % kSleepsBetweenAffinityReads == 0) {
         m_UsableProcessors = UsableProcessors();
     }
     for (;;) {
