@@ -82,7 +82,7 @@ inline Outcome ConvertAtAllLevels(Utf8Converter const& converter, Direction dire
                                   std::string const& input, unsigned room) {
     SetRunLevel(RunLevel::kRule);
     Outcome const expected = Convert(converter, direction, input, room);
-    for (RunLevel const level : {RunLevel::kPortable, RunLevel::kSse2, RunLevel::kAvx2}) {
+    for (RunLevel const level : {RunLevel::kPortable, RunLevel::kSse2, RunLevel::kAvx2, RunLevel::kAvx512}) {
         Check(!SetRunLevel(level) || Convert(converter, direction, input, room) == expected);
     }
     return expected;

@@ -45,12 +45,12 @@ struct Latin1Form {
     }
 
     void RunFromUtf8(Runs const& runs, Cursor& c) const {
-        runs.copyAscii(c);
+        runs.utf8ToLatin1(c);
         RunThroughUnitsFromUtf8<kMaxBytes>(runs, c, [&](Cursor& units) { EncodeAll(runs, units); });
     }
 
     void RunToUtf8(Runs const& runs, Cursor& c) const {
-        runs.copyAsciiNoNul(c);
+        runs.latin1ToUtf8(c);
         RunThroughUnitsToUtf8(runs, c, [&](Cursor& bytes) { DecodeAll(runs, bytes); });
     }
 

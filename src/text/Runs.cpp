@@ -19,6 +19,8 @@ Runs const* RunsOf(RunLevel level) {
             return &kSse2Runs;
         case RunLevel::kAvx2:
             return &kAvx2Runs;
+        case RunLevel::kAvx512:
+            return &kAvx512Runs;
 #endif
         default:
             return &kPortableRuns;
@@ -29,8 +31,13 @@ Runs const* RunsOf(RunLevel level) {
 
 RunLevel BestRunLevel() {
 #if defined(__x86_64__)
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt") ? RunLevel::kAvx2
-                                                                              : RunLevel::kSse2;
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("popcnt")) {
+        return RunLevel::kSse2;
+    }
+    bool const hasMasks = __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+                          __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi") &&
+                          __builtin_cpu_supports("bmi2");
+    return hasMasks ? RunLevel::kAvx512 : RunLevel::kAvx2;
 #else
     return RunLevel::kPortable;
 #endif

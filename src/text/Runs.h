@@ -23,21 +23,22 @@ using Run = void (*)(Cursor&);
 
 // The loops over the common text, one set for each kind of processor. "Units" are 16 bits, low byte first.
 struct Runs {
-    Run utf8ToUnits;     // well-formed sequences of one to three bytes
-    Run unitsToUtf8;     // any units
-    Run unitsToHex;      // any units
-    Run hexToUnits;      // groups of four digits; the caller has seen to it that there is nothing else
-    Run copyAscii;       // 0x00 to 0x7F
-    Run copyAsciiNoNul;  // 0x01 to 0x7F
-    Run copyGsmPlain;    // the characters whose GSM code is their ASCII code
-    Run latin1ToUnits;   // 0x01 to 0x7F and 0xA0 to 0xFF
-    Run unitsToLatin1;   // 0x00 to 0x7F and 0xA0 to 0xFF
+    Run utf8ToUnits;    // well-formed sequences of one to three bytes
+    Run unitsToUtf8;    // any units
+    Run utf8ToLatin1;   // 0x00 to 0x7F and 0xA0 to 0xFF; may stop before the latter
+    Run latin1ToUtf8;   // 0x01 to 0x7F and 0xA0 to 0xFF; may stop before the latter
+    Run unitsToHex;     // any units
+    Run hexToUnits;     // groups of four digits; the caller has seen to it that there is nothing else
+    Run copyAscii;      // 0x00 to 0x7F
+    Run copyGsmPlain;   // the characters whose GSM code is their ASCII code
+    Run latin1ToUnits;  // 0x01 to 0x7F and 0xA0 to 0xFF
+    Run unitsToLatin1;  // 0x00 to 0x7F and 0xA0 to 0xFF
     bool (*isHex)(std::uint8_t const* in, std::uint8_t const* end);  // nothing but hexadecimal digits
 };
 
 // kRule has no runs: each character goes through the rule of its converter, against which the other levels
 // are tested.
-enum class RunLevel { kRule, kPortable, kSse2, kAvx2 };
+enum class RunLevel { kRule, kPortable, kSse2, kAvx2, kAvx512 };
 
 // The best level of this processor, unless SetRunLevel has said otherwise; null at kRule. Any thread may ask.
 [[nodiscard]] Runs const* CurrentRuns();
@@ -50,6 +51,7 @@ extern Runs const kPortableRuns;
 #if defined(__x86_64__)
 extern Runs const kSse2Runs;
 extern Runs const kAvx2Runs;
+extern Runs const kAvx512Runs;
 #endif
 
 }  // namespace System::Text

@@ -5,10 +5,11 @@ namespace System::Text {
 constinit Runs const kPortableRuns = {
     .utf8ToUnits = Portable::Utf8ToUnits,
     .unitsToUtf8 = Portable::UnitsToUtf8,
+    .utf8ToLatin1 = Portable::CopyAscii,
+    .latin1ToUtf8 = Portable::CopyAsciiNoNul,
     .unitsToHex = Portable::UnitsToHex,
     .hexToUnits = Portable::HexToUnits,
     .copyAscii = Portable::CopyAscii,
-    .copyAsciiNoNul = Portable::CopyAsciiNoNul,
     .copyGsmPlain = Portable::CopyGsmPlain,
     .latin1ToUnits = Portable::Latin1ToUnits,
     .unitsToLatin1 = Portable::UnitsToLatin1,

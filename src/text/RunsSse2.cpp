@@ -330,10 +330,11 @@ void UnitsToUtf8(Cursor& c) {
 constinit Runs const kSse2Runs = {
     .utf8ToUnits = Utf8ToUnits,
     .unitsToUtf8 = UnitsToUtf8,
+    .utf8ToLatin1 = MapRun<CopyAscii>,
+    .latin1ToUtf8 = MapRun<CopyAsciiNoNul>,
     .unitsToHex = MapRun<UnitsToHex>,
     .hexToUnits = MapRun<HexToUnits>,
     .copyAscii = MapRun<CopyAscii>,
-    .copyAsciiNoNul = MapRun<CopyAsciiNoNul>,
     .copyGsmPlain = MapRun<CopyGsmPlain>,
     .latin1ToUnits = MapRun<Latin1ToUnits>,
     .unitsToLatin1 = MapRun<UnitsToLatin1>,

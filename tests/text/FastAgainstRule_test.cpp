@@ -44,7 +44,8 @@ public:
     static void Compare(Convert&& convert, std::string const& what) {
         SetRunLevel(RunLevel::kRule);
         auto const expected = convert();
-        for (RunLevel const level : {RunLevel::kPortable, RunLevel::kSse2, RunLevel::kAvx2}) {
+        for (RunLevel const level :
+             {RunLevel::kPortable, RunLevel::kSse2, RunLevel::kAvx2, RunLevel::kAvx512}) {
             if (SetRunLevel(level)) {
                 ASSERT_TRUE(convert() == expected) << what << ", level " << static_cast<int>(level);
             }
