@@ -20,8 +20,9 @@ namespace {
 constexpr char kAscii[] = "ASCII";
 constexpr char kUnits[] = "UTF-16LE";
 constexpr std::uint16_t kReplacement = 0xFFFD;
-// More bytes than any character of any code set has, and more units than it gives.
-constexpr std::ptrdiff_t kFewUnits = 32;
+// More bytes than any character of any code set has, and more units than it gives; and so many that iconv
+// isn't called for what is hardly worth a call.
+constexpr std::ptrdiff_t kFewUnits = 128;
 constexpr std::uint8_t kQuestionMark[] = {'?', 0};
 
 auto const kNone = reinterpret_cast<iconv_t>(-1);
@@ -37,6 +38,7 @@ public:
     void Open(char const* to, char const* from) {
         Close();
         m_Native = ::iconv_open(to, from);
+        m_IsFresh = true;
     }
 
     void Close() {
@@ -47,7 +49,13 @@ public:
     }
 
     [[nodiscard]] bool IsOpen() const { return m_Native != kNone; }
-    void Reset() { ::iconv(m_Native, nullptr, nullptr, nullptr, nullptr); }
+    // Nothing to do after a text that was converted to its end: what writes the last of the state resets it.
+    void Reset() {
+        if (!m_IsFresh) {
+            ::iconv(m_Native, nullptr, nullptr, nullptr, nullptr);
+            m_IsFresh = true;
+        }
+    }
 
     // 0, E2BIG, EILSEQ or EINVAL. A null `in` writes what the state still holds.
     int Convert(std::uint8_t const** in, std::size_t inLeft, std::uint8_t*& out, std::uint8_t* outEnd) {
@@ -57,6 +65,7 @@ public:
         std::size_t const done =
             ::iconv(m_Native, in != nullptr ? &source : nullptr, &inLeft, &target, &outLeft);
         int const error = done == static_cast<std::size_t>(-1) ? errno : 0;
+        m_IsFresh = in == nullptr && error == 0;
         if (in != nullptr) {
             *in = reinterpret_cast<std::uint8_t const*>(source);
         }
@@ -66,6 +75,7 @@ public:
 
 private:
     iconv_t m_Native = kNone;
+    bool m_IsFresh = true;
 };
 
 // The open conversions of one thread, for the code page that it used last.
@@ -210,10 +220,7 @@ CodePage::Stop CodePage::Decode(std::uint8_t const*& in, std::uint8_t const* inE
         case Kind::kUtf8:
             return DecodeUtf8(in, inEnd, out, outEnd) ? Stop::kEnd : Stop::kFull;
         case Kind::kBytes:
-            for (; in != inEnd && outEnd - out >= 2; ++in) {
-                Store(out, m_UnitOf[*in]);
-            }
-            return in == inEnd ? Stop::kEnd : Stop::kFull;
+            return DecodeBytes(in, inEnd, out, outEnd);
         default:
             return DecodeOther(in, inEnd, out, outEnd);
     }
@@ -231,22 +238,37 @@ CodePage::Stop CodePage::Encode(std::uint8_t const*& in, std::uint8_t const* inE
     }
 }
 
+// The loops keep their places in variables of their own: a byte stored could change what a reference names.
+CodePage::Stop CodePage::DecodeBytes(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
+                                     std::uint8_t* outEnd) const {
+    auto const* from = in;
+    auto* to = out;
+    for (auto const* const end = from + std::min(inEnd - from, (outEnd - to) / 2); from != end; ++from) {
+        Store(to, m_UnitOf[*from]);
+    }
+    in = from;
+    out = to;
+    return in == inEnd ? Stop::kEnd : Stop::kFull;
+}
+
 CodePage::Stop CodePage::EncodeBytes(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
                                      std::uint8_t* outEnd) const {
-    for (; in != inEnd; in += 2) {
-        int byte = ByteOf(Load(in));
-        if (byte < 0) {
-            byte = ByteOf(Load(kQuestionMark));
+    int const substitute = ByteOf(Load(kQuestionMark));
+    auto const* from = in;
+    auto* to = out;
+    for (; from != inEnd; from += 2) {
+        int const known = ByteOf(Load(from));
+        int const byte = known >= 0 ? known : substitute;
+        if (byte >= 0) {
+            if (to == outEnd) {
+                break;
+            }
+            *to++ = static_cast<std::uint8_t>(byte);
         }
-        if (byte < 0) {
-            continue;
-        }
-        if (out == outEnd) {
-            return Stop::kFull;
-        }
-        *out++ = static_cast<std::uint8_t>(byte);
     }
-    return Stop::kEnd;
+    in = from;
+    out = to;
+    return from == inEnd ? Stop::kEnd : Stop::kFull;
 }
 
 CodePage::Stop CodePage::DecodeOther(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,

@@ -37,7 +37,7 @@ public:
 
     /// Starts a text in both directions.
     void Begin() const;
-    /// Bytes to units; there has to be room for 64 units at least.
+    /// Bytes to units; there has to be room for 256 units at least.
     Stop Decode(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
                 std::uint8_t* outEnd) const;
     /// Units to bytes. Unless this is the `last` piece, one unit may be left at its end, the first half of a
@@ -55,6 +55,8 @@ private:
     void ReadByteTable();
     void BuildReverseTable();
     [[nodiscard]] int ByteOf(std::uint16_t unit) const;
+    Stop DecodeBytes(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
+                     std::uint8_t* outEnd) const;
     Stop EncodeBytes(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
                      std::uint8_t* outEnd) const;
     Stop DecodeOther(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,

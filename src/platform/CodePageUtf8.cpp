@@ -78,13 +78,16 @@ bool IsUtf8Name(std::string const& name) {
     return ::strcasecmp(name.c_str(), "UTF-8") == 0 || ::strcasecmp(name.c_str(), "UTF8") == 0;
 }
 
-bool DecodeUtf8(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
+// The loops keep their places in variables of their own: a byte stored could change what a reference names.
+bool DecodeUtf8(std::uint8_t const*& inPlace, std::uint8_t const* inEnd, std::uint8_t*& outPlace,
                 std::uint8_t* outEnd) {
+    auto const* in = inPlace;
+    auto* out = outPlace;
     while (in != inEnd) {
         auto const [value, length] = ReadStrict(in, inEnd);
         bool const isPair = value >= kFirstBeyondUnits;
         if (outEnd - out < (isPair ? 4 : 2)) {
-            return false;
+            break;
         }
         if (isPair) {
             std::uint32_t const offset = value - kFirstBeyondUnits;
@@ -95,18 +98,23 @@ bool DecodeUtf8(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t
         }
         in += length;
     }
-    return true;
+    inPlace = in;
+    outPlace = out;
+    return in == inEnd;
 }
 
-bool EncodeUtf8(std::uint8_t const*& in, std::uint8_t const* inEnd, bool last, std::uint8_t*& out,
+bool EncodeUtf8(std::uint8_t const*& inPlace, std::uint8_t const* inEnd, bool last, std::uint8_t*& outPlace,
                 std::uint8_t* outEnd) {
+    auto const* in = inPlace;
+    auto* out = outPlace;
+    bool isRoom = true;
     while (in != inEnd) {
         std::uint32_t value = Load(in);
         std::size_t used = 2;
         if (IsSurrogate(value)) {
             bool const isAtEnd = inEnd - in < 4;
             if (isAtEnd && IsHighSurrogate(value) && !last) {
-                return true;
+                break;
             }
             if (!isAtEnd && IsHighSurrogate(value) && IsLowSurrogate(Load(in + 2))) {
                 value = kFirstBeyondUnits + ((value & 0x3FFU) << 10) + (Load(in + 2) & 0x3FFU);
@@ -116,14 +124,17 @@ bool EncodeUtf8(std::uint8_t const*& in, std::uint8_t const* inEnd, bool last, s
             }
         }
         std::size_t const length = LengthOf(value);
-        if (static_cast<std::size_t>(outEnd - out) < length) {
-            return false;
+        isRoom = static_cast<std::size_t>(outEnd - out) >= length;
+        if (!isRoom) {
+            break;
         }
         Write(value, length, out);
         out += length;
         in += used;
     }
-    return true;
+    inPlace = in;
+    outPlace = out;
+    return isRoom;
 }
 
 }  // namespace System::Platform

@@ -1,6 +1,7 @@
 #include "corvalen/text/GsmConv.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <new>
 #include <span>
@@ -16,11 +17,6 @@ constexpr char kSource[] = "GsmConv";
 constexpr std::uint8_t kEscape = 0x1B;
 constexpr signed char kNoCode = -1;
 
-// The codes of the Greek capitals, U+0390 to U+03AF, so that the fast loop need not search for them. Filled
-// with the reverse tables.
-constexpr std::uint16_t kGreekFirst = 0x390;
-signed char s_GreekCodes[32];
-
 // A code as the reverse tables and the missing character have it: negative for one behind the escape.
 std::size_t WriteCode(signed char code, std::uint8_t* bytes) {
     if (code >= 0) {
@@ -31,6 +27,38 @@ std::size_t WriteCode(signed char code, std::uint8_t* bytes) {
     bytes[1] = static_cast<std::uint8_t>(-code);
     return 2;
 }
+
+// The external form of a code in one number: its bytes, the first one lowest, and above them how many.
+std::uint32_t PackCode(signed char code) {
+    std::uint8_t bytes[2]{};
+    auto const count = static_cast<std::uint32_t>(WriteCode(code, bytes));
+    return count << 16 | LoadUnit(bytes);
+}
+
+// What the fast loops look up, made of the reverse tables.
+struct QuickTables {
+    static constexpr unsigned kPage = 256;
+    static constexpr unsigned kPages = 4;  // of no character, Latin-1, Greek, the euro sign
+
+    std::uint16_t pageAt[kPage];           // of the high byte of a character
+    std::uint32_t packed[kPages * kPage];  // of each character in the pages; 0 for one without a code
+    std::uint16_t extension[128];          // the character of a code behind the escape
+
+    void Enter(signed char code, std::uint16_t value) {
+        std::uint16_t& page = pageAt[value / kPage];
+        if (page == 0) {
+            page = static_cast<std::uint16_t>(kPage + *std::ranges::max_element(pageAt));
+        }
+        packed[page + value % kPage] = PackCode(code);
+        if (code < 0) {
+            extension[-code] = value;
+        }
+    }
+    [[nodiscard]] std::uint32_t Of(std::uint16_t value) const {
+        return packed[pageAt[value / kPage] + value % kPage];
+    }
+};
+QuickTables s_Quick;
 
 }  // namespace
 
@@ -83,39 +111,40 @@ struct GsmConv::Form {
         RunThroughUnitsToUtf8(runs, c, [this](Cursor& codes) { DecodeAll(codes); });
     }
 
+    // Both bytes are written and as many as there are counted, without a branch, to a block of its own, since
+    // nothing may be written behind the last.
     void EncodeAll(Cursor& c) const {
-        for (; c.in != c.inEnd; c.in += 2) {
-            std::uint16_t const value = LoadUnit(c.in);
-            signed char const code = QuickCodeOf(value);
-            c.out += code != kNoCode ? WriteCode(code, c.out) : Encode(value, c.out);
+        std::uint32_t const substitute = missing == 0 || missing == kNoCode ? 0 : PackCode(missing);
+        std::uint8_t block[kMaxBytes * kChunkUnits];
+        std::uint8_t* out = block;
+        for (auto const* in = c.in; in != c.inEnd; in += 2) {
+            std::uint32_t const known = s_Quick.Of(LoadUnit(in));
+            std::uint32_t const packed = known != 0 ? known : substitute;
+            StoreUnit(out, static_cast<std::uint16_t>(packed));
+            out += packed >> 16;
         }
-    }
-
-    static signed char QuickCodeOf(std::uint16_t value) {
-        if (value < std::size(s_GsmLoReverseTable)) {
-            return s_GsmLoReverseTable[value];
-        }
-        auto const greek = static_cast<unsigned>(value - kGreekFirst);
-        return greek < std::size(s_GreekCodes) ? s_GreekCodes[greek] : kNoCode;
+        auto const count = static_cast<std::size_t>(out - block);
+        std::memcpy(c.out, block, count);
+        c.in = c.inEnd;
+        c.out += count;
     }
 
     void DecodeAll(Cursor& c) const {
-        while (c.in != c.inEnd && c.out != c.outEnd) {
-            if (*c.in < std::size(s_GsmCharTable) && s_GsmCharTable[*c.in] != 0) {
-                StoreUnit(c.out, s_GsmCharTable[*c.in++]);
-                c.out += 2;
-                continue;
+        auto const* in = c.in;
+        auto* out = c.out;
+        for (; in != c.inEnd && out != c.outEnd && *in < std::size(s_GsmCharTable); ++in) {
+            std::uint16_t value = s_GsmCharTable[*in];
+            if (value == 0 && in + 1 != c.inEnd && in[1] < std::size(s_Quick.extension)) {
+                value = s_Quick.extension[in[1]];
+                in += value != 0 ? 1 : 0;
             }
-            Decoded const decoded = Decode(c.in, c.inEnd);
-            if (decoded.kind == Decoded::kMalformed) {
-                return;
+            if (value != 0) {
+                StoreUnit(out, value);
+                out += 2;
             }
-            if (decoded.kind == Decoded::kCharacter) {
-                StoreUnit(c.out, decoded.value);
-                c.out += 2;
-            }
-            c.in += decoded.length;
         }
+        c.in = in;
+        c.out = out;
     }
 };
 
@@ -165,7 +194,6 @@ void GsmConv::BuildReverseTables() {
         return;
     }
     std::fill(std::begin(s_GsmLoReverseTable), std::end(s_GsmLoReverseTable), kNoCode);
-    std::fill(std::begin(s_GreekCodes), std::end(s_GreekCodes), kNoCode);
     for (unsigned code = 0; code < std::size(s_GsmCharTable); ++code) {
         EnterReverse(static_cast<signed char>(code), s_GsmCharTable[code]);
     }
@@ -175,6 +203,7 @@ void GsmConv::BuildReverseTables() {
 }
 
 void GsmConv::EnterReverse(signed char code, unsigned short unicode) {
+    s_Quick.Enter(code, unicode);
     if (unicode < std::size(s_GsmLoReverseTable)) {
         s_GsmLoReverseTable[unicode] = code;
         return;
@@ -184,9 +213,6 @@ void GsmConv::EnterReverse(signed char code, unsigned short unicode) {
                             "s_GsmHiReverseCount < sizeof(s_GsmHiReverseTable) / sizeof(GsmHiCharRec)",
                             kSource)) {
         s_GsmHiReverseTable[s_GsmHiReverseCount++] = {code, unicode};
-        if (unicode >= kGreekFirst && unicode < kGreekFirst + std::size(s_GreekCodes)) {
-            s_GreekCodes[unicode - kGreekFirst] = code;
-        }
     }
 }
 

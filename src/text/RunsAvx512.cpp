@@ -195,13 +195,13 @@ CORVALEN_STEP Utf8Lanes TripleLanes(__m256i units, std::size_t count) {
 }
 
 // Writes what counts; false, with nothing written, if that does not fit.
-CORVALEN_STEP bool StoreLanes(Cursor& c, Utf8Lanes const& lanes, std::size_t units) {
+CORVALEN_STEP bool StoreLanes(Cursor& c, Utf8Lanes const& lanes, std::size_t inBytes) {
     std::size_t const count = CountOf(lanes.keep);
     if (count > c.Room()) {
         return false;
     }
     Store(c.out, count, _mm512_maskz_compress_epi8(lanes.keep, lanes.bytes));
-    c.in += 2 * units;
+    c.in += inBytes;
     c.out += count;
     return true;
 }
@@ -219,9 +219,10 @@ CORVALEN_STEP bool StoreAscii(Cursor& c, __m512i units, std::size_t count) {
 CORVALEN_STEP bool StoreTriples(Cursor& c, __m512i units, std::size_t count) {
     constexpr std::size_t kLanes = 16;
     std::size_t const first = std::min(count, kLanes);
-    return StoreLanes(c, TripleLanes(_mm512_castsi512_si256(units), first), first) &&
-           (count == first ||
-            StoreLanes(c, TripleLanes(_mm512_extracti64x4_epi64(units, 1), count - first), count - first));
+    std::size_t const second = count - first;
+    return StoreLanes(c, TripleLanes(_mm512_castsi512_si256(units), first), 2 * first) &&
+           (second == 0 ||
+            StoreLanes(c, TripleLanes(_mm512_extracti64x4_epi64(units, 1), second), 2 * second));
 }
 
 CORVALEN_RUN_TARGET void UnitsToUtf8(Cursor& c) {
@@ -231,7 +232,7 @@ CORVALEN_RUN_TARGET void UnitsToUtf8(Cursor& c) {
         bool const isStored = _mm512_test_epi16_mask(units, Splat16(0xFF80)) == 0
                                   ? StoreAscii(c, units, count)
                               : _mm512_test_epi16_mask(units, Splat16(0xF800)) == 0
-                                  ? StoreLanes(c, PairLanes(units, count), count)
+                                  ? StoreLanes(c, PairLanes(units, count), 2 * count)
                                   : StoreTriples(c, units, count);
         if (!isStored) {
             Portable::UnitsToUtf8(c);
@@ -274,24 +275,33 @@ CORVALEN_RUN_TARGET void Utf8ToLatin1(Cursor& c) {
     }
 }
 
-CORVALEN_RUN_TARGET void Latin1ToUtf8(Cursor& c) {
-    while (c.in != c.inEnd) {
-        std::size_t const length = std::min(c.Left(), kHalf);
-        __m256i const bytes = _mm256_maskz_loadu_epi8(static_cast<__mmask32>(FirstBits(length)), c.in);
-        std::uint64_t const special = _mm256_cmpeq_epi8_mask(bytes, _mm256_setzero_si256()) |
-                                      _mm256_cmplt_epi8_mask(bytes, _mm256_set1_epi8(static_cast<char>(-96)));
-        std::size_t const count = std::min(length, FirstOf(special));
-        __m512i const units = _mm512_cvtepu8_epi16(bytes);
-        Cursor step{c.in, c.inEnd, c.out, c.outEnd};
-        if (!StoreLanes(step, PairLanes(units, count), count)) {
+// Blocks of ASCII without a NUL.
+CORVALEN_STEP void CopyAsciiBlocks(Cursor& c) {
+    while (c.Left() >= kBlock && c.Room() >= kBlock) {
+        __m512i const bytes = Load(c.in, ~std::uint64_t{0});
+        if (~_mm512_cmpgt_epi8_mask(bytes, _mm512_setzero_si512()) != 0) {
             return;
         }
-        c.in += count;
-        c.out = step.out;
-        if (count < length) {
-            return;
-        }
+        Store(c.out, kBlock, bytes);
+        c.in += kBlock;
+        c.out += kBlock;
     }
+}
+
+// As many of `length` bytes, at most kHalf, as are of the run's kind. False at one that isn't or doesn't fit.
+CORVALEN_STEP bool WidenLatin1(Cursor& c, std::size_t length) {
+    __m256i const bytes = _mm256_maskz_loadu_epi8(static_cast<__mmask32>(FirstBits(length)), c.in);
+    std::uint64_t const special = _mm256_cmpeq_epi8_mask(bytes, _mm256_setzero_si256()) |
+                                  _mm256_cmplt_epi8_mask(bytes, _mm256_set1_epi8(static_cast<char>(-96)));
+    std::size_t const count = std::min(length, FirstOf(special));
+    Utf8Lanes const lanes = PairLanes(_mm512_cvtepu8_epi16(bytes), count);
+    return StoreLanes(c, lanes, count) && count == length;
+}
+
+CORVALEN_RUN_TARGET void Latin1ToUtf8(Cursor& c) {
+    do {
+        CopyAsciiBlocks(c);
+    } while (c.in != c.inEnd && WidenLatin1(c, std::min(c.Left(), kHalf)));
 }
 
 }  // namespace
