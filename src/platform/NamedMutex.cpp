@@ -186,7 +186,12 @@ LockResult NamedMutex::Entry::Attempt(std::uint32_t thread, bool hasSlept) {
 
 // A thread can be stopped while it waits here: it owns nothing.
 LockResult NamedMutex::Entry::Wait(std::uint32_t thread, Deadline const& deadline) {
-    Detail::LookForRelease(*rec);
+    for (Detail::ReleaseLook const look; look.SeesFree(*rec);) {
+        LockResult const result = Attempt(thread, false);
+        if (result != LockResult::kTimedOut) {
+            return result;
+        }
+    }
     for (bool hasSlept = false;; hasSlept = true) {
         LockResult const result = Attempt(thread, hasSlept);
         if (result != LockResult::kTimedOut || deadline.HasPassed()) {

@@ -17,4 +17,14 @@ unsigned UsableProcessors() {
     return count > 0 ? static_cast<unsigned>(count) : 1;
 }
 
+unsigned UsableProcessorsLately() {
+    constexpr unsigned kUsesBetweenReads = 256;
+    thread_local unsigned t_Count = 0;
+    thread_local unsigned t_Uses = 0;
+    if (t_Uses++ % kUsesBetweenReads == 0) {
+        t_Count = UsableProcessors();
+    }
+    return t_Count;
+}
+
 }  // namespace System::Platform

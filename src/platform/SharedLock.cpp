@@ -39,17 +39,20 @@ Detail::Attempt Detail::TryAcquire(SharedLockRec& rec, NamedObject const& object
     return owner == 0 ? Attempt::kAcquired : Attempt::kAbandoned;
 }
 
-void Detail::LookForRelease(SharedLockRec& rec) {
+Detail::ReleaseLook::ReleaseLook()
+    : m_UntilNs(UsableProcessorsLately() > 1 ? Clock::MonotonicNs() + kLookNs : 0) {}
+
+bool Detail::ReleaseLook::SeesFree(SharedLockRec& rec) const {
     constexpr int kLooksBetweenClocks = 32;
-    std::int64_t const until = Clock::MonotonicNs() + kLookNs;
     do {
         for (int look = 0; look < kLooksBetweenClocks; ++look) {
             if ((Load(rec) & kOwnerMask) == 0) {
-                return;
+                return true;
             }
             Relax();
         }
-    } while (UsableProcessors() > 1 && Clock::MonotonicNs() < until);
+    } while (m_UntilNs != 0 && Clock::MonotonicNs() < m_UntilNs);
+    return false;
 }
 
 void Detail::SleepUntilChange(SharedLockRec& rec, Deadline const& deadline) {
@@ -67,10 +70,14 @@ LockResult Detail::AcquireContended(SharedLockRec& rec, NamedObject const& objec
     if (!object.IsOpen()) {
         return LockResult::kFailed;
     }
-    for (bool hasSlept = false;; hasSlept = true) {
-        if (!hasSlept) {
-            LookForRelease(rec);
+    // While others take it before us we look again: sleeping and being woken costs more than most of them
+    // hold it.
+    for (ReleaseLook const look; look.SeesFree(rec);) {
+        if (TryAcquire(rec, object, false) == Attempt::kAcquired) {
+            return LockResult::kAcquired;
         }
+    }
+    for (bool hasSlept = false;; hasSlept = true) {
         switch (TryAcquire(rec, object, hasSlept)) {
             case Attempt::kAcquired:
                 return LockResult::kAcquired;

@@ -72,9 +72,17 @@ enum class [[nodiscard]] Attempt{kAcquired, kAbandoned, kOccupied};
 /// One attempt, without a wait. `othersMaySleep` says that the caller has waited: the word keeps its sleep
 /// mark.
 Attempt TryAcquire(SharedLockRec& rec, NamedObject const& object, bool othersMaySleep);
-/// Looks for a short while whether the word becomes free; sleeping costs more. Hardly at all on one
-/// processor, where the owner can't run meanwhile.
-void LookForRelease(SharedLockRec& rec);
+/// A look at a lock's word that costs less than to sleep and be woken: some microseconds from its making on.
+/// Hardly any on one processor.
+class ReleaseLook {
+public:
+    ReleaseLook();
+    /// True as soon as the word is free, false once the time is over.
+    [[nodiscard]] bool SeesFree(SharedLockRec& rec) const;
+
+private:
+    std::int64_t m_UntilNs;
+};
 /// Sleeps until the word changes, at most a few milliseconds and not beyond `deadline`. Takes nothing.
 void SleepUntilChange(SharedLockRec& rec, Deadline const& deadline);
 
