@@ -31,13 +31,16 @@ CMonitor::~CMonitor() {
 // The mutex is what excludes; the two fields are written by its owner only, so that relaxed accesses do. They
 // are atomic for those who read them from elsewhere.
 void CMonitor::Lock() {
-    while (m_Mutex != nullptr && m_Mutex->Lock(kSliceMs) == LockResult::kTimedOut) {
-    }
+    LockResult result = LockResult::kFailed;
+    do {
+        result = m_Mutex != nullptr ? m_Mutex->Lock(kSliceMs) : LockResult::kFailed;
+    } while (result == LockResult::kTimedOut);
     std::uint32_t const caller = CurrentThreadId();
     std::uint32_t count = LockCount();
     if (count == 0) {
         Verify(m_Thread.load(std::memory_order_relaxed) == 0, Gravity::kSerious, "m_Thread == 0", kSource);
-    } else if (!Verify(m_Thread.load(std::memory_order_relaxed) == caller || IsTakenAgain(),
+    } else if (!Verify(result != LockResult::kAbandoned &&
+                           (m_Thread.load(std::memory_order_relaxed) == caller || IsTakenAgain()),
                        Gravity::kSerious, "m_Thread == GetCurrentThreadId()", kSource)) {
         // The last owner died with the lock: its count goes with it.
         count = 0;
