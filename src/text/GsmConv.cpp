@@ -38,11 +38,13 @@ std::uint32_t PackCode(signed char code) {
 // What the fast loops look up, made of the reverse tables.
 struct QuickTables {
     static constexpr unsigned kPage = 256;
+    static constexpr unsigned kGreekFirst = 0x380;
     static constexpr unsigned kPages = 4;  // of no character, Latin-1, Greek, the euro sign
 
     std::uint16_t pageAt[kPage];           // of the high byte of a character
     std::uint32_t packed[kPages * kPage];  // of each character in the pages; 0 for one without a code
     std::uint16_t extension[128];          // the character of a code behind the escape
+    signed char greek[128];                // the codes from kGreekFirst on
 
     void Enter(signed char code, std::uint16_t value) {
         std::uint16_t& page = pageAt[value / kPage];
@@ -52,6 +54,9 @@ struct QuickTables {
         packed[page + value % kPage] = PackCode(code);
         if (code < 0) {
             extension[-code] = value;
+        }
+        if (value >= kGreekFirst && value < kGreekFirst + std::size(greek)) {
+            greek[value - kGreekFirst] = code;
         }
     }
     [[nodiscard]] std::uint32_t Of(std::uint16_t value) const {
@@ -103,7 +108,7 @@ struct GsmConv::Form {
 
     void RunFromUtf8(Runs const& runs, Cursor& c) const {
         runs.copyGsmPlain(c);
-        RunThroughUnitsFromUtf8<kMaxBytes>(runs, c, [this](Cursor& units) { EncodeAll(units); });
+        RunThroughUnitsFromUtf8<kMaxBytes>(runs, c, [&](Cursor& units) { EncodeAll(runs, units); });
     }
 
     void RunToUtf8(Runs const& runs, Cursor& c) const {
@@ -111,9 +116,25 @@ struct GsmConv::Form {
         RunThroughUnitsToUtf8(runs, c, [this](Cursor& codes) { DecodeAll(codes); });
     }
 
+    void EncodeAll(Runs const& runs, Cursor& c) const {
+        if (runs.unitsToGsm == nullptr) {
+            EncodeByTable(c);
+            return;
+        }
+        while (c.in != c.inEnd) {
+            runs.unitsToGsm(c, {s_GsmLoReverseTable, s_Quick.greek});
+            // A character without a code, which seldom comes alone.
+            constexpr std::size_t kFewBytes = 32;
+            Cursor few{c.in, c.in + std::min(c.Left(), kFewBytes), c.out, c.outEnd};
+            EncodeByTable(few);
+            c.in = few.in;
+            c.out = few.out;
+        }
+    }
+
     // Both bytes are written and as many as there are counted, without a branch, to a block of its own, since
     // nothing may be written behind the last.
-    void EncodeAll(Cursor& c) const {
+    void EncodeByTable(Cursor& c) const {
         std::uint32_t const substitute = missing == 0 || missing == kNoCode ? 0 : PackCode(missing);
         std::uint8_t block[kMaxBytes * kChunkUnits];
         std::uint8_t* out = block;
@@ -193,7 +214,8 @@ void GsmConv::BuildReverseTables() {
     if (s_GsmHiReverseCount != 0) {
         return;
     }
-    std::fill(std::begin(s_GsmLoReverseTable), std::end(s_GsmLoReverseTable), kNoCode);
+    std::ranges::fill(s_GsmLoReverseTable, kNoCode);
+    std::ranges::fill(s_Quick.greek, kNoCode);
     for (unsigned code = 0; code < std::size(s_GsmCharTable); ++code) {
         EnterReverse(static_cast<signed char>(code), s_GsmCharTable[code]);
     }

@@ -35,8 +35,8 @@ RunLevel BestRunLevel() {
         return RunLevel::kSse2;
     }
     bool const hasMasks = __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-                          __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi") &&
-                          __builtin_cpu_supports("bmi2");
+                          __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
+                          __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
     return hasMasks ? RunLevel::kAvx512 : RunLevel::kAvx2;
 #else
     return RunLevel::kPortable;

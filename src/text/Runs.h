@@ -21,6 +21,12 @@ struct Cursor {
 // counts: the bytes behind `out` keep what they held. A run never decides about an error.
 using Run = void (*)(Cursor&);
 
+// The GSM codes of characters: the code, negated for one behind the escape, or -1 for none.
+struct GsmCodes {
+    signed char const* low;    // of U+0000 to U+00FF
+    signed char const* greek;  // of U+0380 to U+03FF
+};
+
 // The loops over the common text, one set for each kind of processor. "Units" are 16 bits, low byte first.
 struct Runs {
     Run utf8ToUnits;    // well-formed sequences of one to three bytes
@@ -33,6 +39,8 @@ struct Runs {
     Run copyGsmPlain;   // the characters whose GSM code is their ASCII code
     Run latin1ToUnits;  // 0x01 to 0x7F and 0xA0 to 0xFF
     Run unitsToLatin1;  // 0x00 to 0x7F and 0xA0 to 0xFF
+    // Units that have a code; null where the table in GsmConv does as well.
+    void (*unitsToGsm)(Cursor&, GsmCodes const&);
     bool (*isHex)(std::uint8_t const* in, std::uint8_t const* end);  // nothing but hexadecimal digits
 };
 

@@ -316,6 +316,7 @@ constinit Runs const kAvx2Runs = {
     .copyGsmPlain = Avx2::CopyGsmPlain,
     .latin1ToUnits = Avx2::Latin1ToUnits,
     .unitsToLatin1 = Avx2::UnitsToLatin1,
+    .unitsToGsm = nullptr,
     .isHex = Avx2::IsHex,
 };
 

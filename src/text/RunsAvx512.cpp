@@ -25,7 +25,7 @@
 namespace System::Text {
 namespace {
 
-#define CORVALEN_AVX512 gnu::target("avx512f,avx512bw,avx512vl,avx512vbmi2,bmi,bmi2,popcnt")
+#define CORVALEN_AVX512 gnu::target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")
 #define CORVALEN_RUN_TARGET [[CORVALEN_AVX512]]
 #define CORVALEN_STEP [[CORVALEN_AVX512, gnu::always_inline]] static inline
 
@@ -160,26 +160,30 @@ CORVALEN_RUN_TARGET void Utf8ToUnits(Cursor& c) {
     }
 }
 
-// UTF-8 of units in lanes wider than they need, and a bit for each byte that counts.
-struct Utf8Lanes {
+// Characters in lanes wider than they need, and a bit for each byte that counts.
+struct Lanes {
     __m512i bytes;
     std::uint64_t keep;
 };
 
+// Of `count` pairs of bytes all the first ones, and the second ones where there is a bit.
+CORVALEN_STEP std::uint64_t KeepPairs(std::uint32_t seconds, std::size_t count) {
+    constexpr std::uint64_t kFirsts = 0x5555555555555555;
+    return (kFirsts | _pdep_u64(seconds, ~kFirsts)) & FirstBits(2 * count);
+}
+
 // Units below 0x800 as two bytes, of which ASCII needs the first.
-CORVALEN_STEP Utf8Lanes PairLanes(__m512i units, std::size_t count) {
+CORVALEN_STEP Lanes PairLanes(__m512i units, std::size_t count) {
     std::uint32_t const isLong = _mm512_cmpge_epu16_mask(units, Splat16(0x80));
     __m512i const lead = Or(_mm512_srli_epi16(units, 6), Splat16(0xC0));
     __m512i const last = Or(And(units, Splat16(0x3F)), Splat16(0x80));
     __m512i const pairs = Or(lead, _mm512_slli_epi16(last, 8));
-    constexpr std::uint64_t kFirsts = 0x5555555555555555;
-    return {_mm512_mask_blend_epi16(isLong, units, pairs),
-            (kFirsts | _pdep_u64(isLong, ~kFirsts)) & FirstBits(2 * count)};
+    return {_mm512_mask_blend_epi16(isLong, units, pairs), KeepPairs(isLong, count)};
 }
 
 // Sixteen units of any size as three bytes of four; 0xFF, which UTF-8 does not have, where a byte is not
 // needed.
-CORVALEN_STEP Utf8Lanes TripleLanes(__m256i units, std::size_t count) {
+CORVALEN_STEP Lanes TripleLanes(__m256i units, std::size_t count) {
     __m512i const wide = _mm512_cvtepu16_epi32(units);
     __mmask16 const isLong = _mm512_cmpge_epu32_mask(wide, _mm512_set1_epi32(0x80));
     __mmask16 const isThree = _mm512_cmpge_epu32_mask(wide, _mm512_set1_epi32(0x800));
@@ -195,7 +199,7 @@ CORVALEN_STEP Utf8Lanes TripleLanes(__m256i units, std::size_t count) {
 }
 
 // Writes what counts; false, with nothing written, if that does not fit.
-CORVALEN_STEP bool StoreLanes(Cursor& c, Utf8Lanes const& lanes, std::size_t inBytes) {
+CORVALEN_STEP bool StoreLanes(Cursor& c, Lanes const& lanes, std::size_t inBytes) {
     std::size_t const count = CountOf(lanes.keep);
     if (count > c.Room()) {
         return false;
@@ -294,7 +298,7 @@ CORVALEN_STEP bool WidenLatin1(Cursor& c, std::size_t length) {
     std::uint64_t const special = _mm256_cmpeq_epi8_mask(bytes, _mm256_setzero_si256()) |
                                   _mm256_cmplt_epi8_mask(bytes, _mm256_set1_epi8(static_cast<char>(-96)));
     std::size_t const count = std::min(length, FirstOf(special));
-    Utf8Lanes const lanes = PairLanes(_mm512_cvtepu8_epi16(bytes), count);
+    Lanes const lanes = PairLanes(_mm512_cvtepu8_epi16(bytes), count);
     return StoreLanes(c, lanes, count) && count == length;
 }
 
@@ -302,6 +306,49 @@ CORVALEN_RUN_TARGET void Latin1ToUtf8(Cursor& c) {
     do {
         CopyAsciiBlocks(c);
     } while (c.in != c.inEnd && WidenLatin1(c, std::min(c.Left(), kHalf)));
+}
+
+// The entries of a table of 128 bytes, by the low seven bits of each byte of `places`.
+CORVALEN_STEP __m256i LookUp(signed char const* table, __m256i places) {
+    __m512i const first = _mm512_loadu_si512(table);
+    __m512i const second = _mm512_loadu_si512(table + kBlock);
+    return _mm512_castsi512_si256(_mm512_permutex2var_epi8(first, _mm512_zextsi256_si512(places), second));
+}
+
+// The codes of units as GsmCodes has them.
+CORVALEN_STEP __m256i CodesOf(__m512i units, GsmCodes const& codes) {
+    constexpr int kEuro = 0x20AC;
+    constexpr char kEuroCode = -0x65;
+    constexpr std::size_t kSecondHalf = 128;
+    __m256i const places = _mm512_cvtepi16_epi8(units);
+    __mmask32 const isLow = _mm512_cmplt_epu16_mask(units, Splat16(0x80));
+    __mmask32 const isHigh = _mm512_cmpeq_epi16_mask(And(units, Splat16(0xFF80)), Splat16(0x80));
+    __mmask32 const isGreek = _mm512_cmpeq_epi16_mask(And(units, Splat16(0xFF80)), Splat16(0x380));
+    __mmask32 const isEuro = _mm512_cmpeq_epi16_mask(units, Splat16(kEuro));
+    __m256i result = _mm256_mask_mov_epi8(_mm256_set1_epi8(-1), isLow, LookUp(codes.low, places));
+    result = _mm256_mask_mov_epi8(result, isHigh, LookUp(codes.low + kSecondHalf, places));
+    result = _mm256_mask_mov_epi8(result, isGreek, LookUp(codes.greek, places));
+    return _mm256_mask_mov_epi8(result, isEuro, _mm256_set1_epi8(kEuroCode));
+}
+
+// Codes as two bytes, of which a plain one needs the first.
+CORVALEN_STEP Lanes EscapeLanes(__m256i codes, std::size_t count) {
+    __m512i const wide = _mm512_cvtepi8_epi16(codes);
+    __mmask32 const isEscaped = _mm512_movepi16_mask(wide);
+    __m512i const negated = _mm512_sub_epi16(_mm512_setzero_si512(), wide);
+    __m512i const pairs = Or(_mm512_slli_epi16(negated, 8), Splat16(0x1B));
+    return {_mm512_mask_blend_epi16(isEscaped, wide, pairs), KeepPairs(isEscaped, count)};
+}
+
+CORVALEN_RUN_TARGET void UnitsToGsm(Cursor& c, GsmCodes const& codes) {
+    bool isWhole = true;
+    while (isWhole && c.in != c.inEnd) {
+        std::size_t const length = std::min(c.Left() / 2, kHalf);
+        __m256i const found = CodesOf(Load(c.in, FirstBits(2 * length)), codes);
+        std::size_t const count =
+            std::min(length, FirstOf(_mm256_cmpeq_epi8_mask(found, _mm256_set1_epi8(-1))));
+        isWhole = StoreLanes(c, EscapeLanes(found, count), 2 * count) && count == length;
+    }
 }
 
 }  // namespace
@@ -317,6 +364,7 @@ constinit Runs const kAvx512Runs = {
     .copyGsmPlain = Avx2::CopyGsmPlain,
     .latin1ToUnits = Avx2::Latin1ToUnits,
     .unitsToLatin1 = Avx2::UnitsToLatin1,
+    .unitsToGsm = UnitsToGsm,
     .isHex = Avx2::IsHex,
 };
 

@@ -13,6 +13,7 @@ constinit Runs const kPortableRuns = {
     .copyGsmPlain = Portable::CopyGsmPlain,
     .latin1ToUnits = Portable::Latin1ToUnits,
     .unitsToLatin1 = Portable::UnitsToLatin1,
+    .unitsToGsm = nullptr,
     .isHex = Portable::IsHex,
 };
 

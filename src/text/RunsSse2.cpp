@@ -338,6 +338,7 @@ constinit Runs const kSse2Runs = {
     .copyGsmPlain = MapRun<CopyGsmPlain>,
     .latin1ToUnits = MapRun<Latin1ToUnits>,
     .unitsToLatin1 = MapRun<UnitsToLatin1>,
+    .unitsToGsm = nullptr,
     .isHex = IsHex,
 };
 

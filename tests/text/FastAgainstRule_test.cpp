@@ -93,11 +93,16 @@ std::string Repeat(std::string const& pattern, std::size_t length) {
 
 constexpr unsigned kRoom = 700;
 
-// `text` in every length, then some lengths in every room and with every kind of bad byte at every place.
+// `text` in every length and in some that take several chunks of units, then some lengths in every room and
+// with every kind of bad byte at every place.
 void CompareAll(Utf8Converter const& converter, Direction direction, std::string const& text) {
     for (std::size_t length = 0; length <= 150; ++length) {
         ASSERT_NO_FATAL_FAILURE(
             CompareAt(converter, direction, Repeat(text, length), kRoom, length * 7 % 32));
+    }
+    for (unsigned const length : {1021U, 1536U, 3100U}) {
+        ASSERT_NO_FATAL_FAILURE(CompareAt(converter, direction, Repeat(text, length), 4 * length, 0));
+        ASSERT_NO_FATAL_FAILURE(CompareAt(converter, direction, Repeat(text, length), length / 2, 1));
     }
     for (std::size_t const length : {std::size_t{7}, std::size_t{34}, std::size_t{67}, std::size_t{132}}) {
         std::string const whole = Repeat(text, length);
