@@ -12,17 +12,22 @@
 
 #include "platform/CodePageUtf8.h"
 #include "platform/StopDelay.h"
+#include "platform/Utf16.h"
 
 namespace System::Platform {
 
 namespace {
 
 constexpr char kAscii[] = "ASCII";
-constexpr char kUnits[] = "UTF-16LE";
-constexpr std::uint16_t kReplacement = 0xFFFD;
-// More bytes than any character of any code set has, and more units than it gives; and so many that iconv
-// isn't called for what is hardly worth a call.
-constexpr std::ptrdiff_t kFewUnits = 128;
+// What glibc's converters give by themselves: to any other form it takes a second one.
+constexpr char kWideName[] = "WCHAR_T";
+// Characters as iconv has them, of four bytes, on their way to or from units, of which one can need two.
+constexpr std::size_t kWide = sizeof(std::uint32_t);
+constexpr std::size_t kPair = 4;
+constexpr std::size_t kChunk = 256;
+using WideChunk = std::array<std::uint8_t, kWide * kChunk>;
+// More than any character has bytes; with less room than this a call of iconv is hardly worth its while.
+constexpr std::size_t kFewCharacters = 32;
 constexpr std::uint8_t kQuestionMark[] = {'?', 0};
 
 auto const kNone = reinterpret_cast<iconv_t>(-1);
@@ -78,11 +83,57 @@ private:
     bool m_IsFresh = true;
 };
 
+std::uint32_t LoadWide(std::uint8_t const* in) {
+    std::uint32_t value;
+    std::memcpy(&value, in, kWide);
+    return value;
+}
+
+// U+FFFD for what is no character.
+void StoreUnits(std::uint8_t const* wide, std::uint8_t const* wideEnd, std::uint8_t*& outPlace) {
+    auto* out = outPlace;
+    for (; wide != wideEnd; wide += kWide) {
+        std::uint32_t const value = LoadWide(wide);
+        StoreCharacter(out, value < kBehindLast && !IsSurrogate(value) ? value : kReplacement);
+    }
+    outPlace = out;
+}
+
+// Units as characters; gives the end of what it fills.
+std::uint8_t* FillWide(std::uint8_t const*& inPlace, std::uint8_t const* inEnd, bool last, WideChunk& chunk) {
+    auto const* in = inPlace;
+    auto* out = chunk.data();
+    while (in != inEnd && out != chunk.data() + chunk.size()) {
+        auto const [value, length] = LoadCharacter(in, inEnd, last);
+        if (length == 0) {
+            break;
+        }
+        std::memcpy(out, &value, kWide);
+        out += kWide;
+        in += length;
+    }
+    inPlace = in;
+    return out;
+}
+
 // The open conversions of one thread, for the code page that it used last.
 struct ThreadConversions {
     std::uint64_t serial = 0;  // of that code page; no code page has 0
     Descriptor decode;
     Descriptor encode;
+
+    // Writes `?` for each unit of a character that the code set doesn't have, or nothing where it doesn't
+    // have that either. False if there is no room.
+    bool Substitute(std::uint32_t value, std::uint8_t*& out, std::uint8_t* outEnd) {
+        std::uint32_t const questionMark = '?';
+        for (int left = value < kFirstBeyondUnits ? 1 : 2; left != 0; --left) {
+            auto const* in = reinterpret_cast<std::uint8_t const*>(&questionMark);
+            if (encode.Convert(&in, kWide, out, outEnd) == E2BIG) {
+                return false;
+            }
+        }
+        return true;
+    }
 };
 
 ThreadConversions& ConversionsOf(std::string const& name, std::uint64_t serial) {
@@ -90,8 +141,8 @@ ThreadConversions& ConversionsOf(std::string const& name, std::uint64_t serial) 
     if (t_Conversions.serial != serial) {
         // The end of a thread that is stopped by force closes them too: it must not find one closed already.
         StopDelay const stopDelay;
-        t_Conversions.decode.Open(kUnits, name.c_str());
-        t_Conversions.encode.Open(name.c_str(), kUnits);
+        t_Conversions.decode.Open(kWideName, name.c_str());
+        t_Conversions.encode.Open(name.c_str(), kWideName);
         bool const isOpen = t_Conversions.decode.IsOpen() && t_Conversions.encode.IsOpen();
         t_Conversions.serial = isOpen ? serial : 0;
     }
@@ -104,7 +155,7 @@ std::uint64_t NextSerial() {
 }
 
 bool IsKnown(std::string const& name) {
-    return Descriptor(kUnits, name.c_str()).IsOpen() && Descriptor(name.c_str(), kUnits).IsOpen();
+    return Descriptor(kWideName, name.c_str()).IsOpen() && Descriptor(name.c_str(), kWideName).IsOpen();
 }
 
 char const* UserLocale() {
@@ -121,15 +172,6 @@ char const* UserLocale() {
 std::string WrittenCodeSet(std::string const& locale) {
     auto const dot = locale.find('.');
     return dot == std::string::npos ? kAscii : locale.substr(dot + 1, locale.find('@', dot) - dot - 1);
-}
-
-std::uint16_t Load(std::uint8_t const* in) {
-    return static_cast<std::uint16_t>(in[0] | in[1] << 8);
-}
-
-void Store(std::uint8_t*& out, std::uint16_t unit) {
-    *out++ = static_cast<std::uint8_t>(unit);
-    *out++ = static_cast<std::uint8_t>(unit >> 8);
 }
 
 }  // namespace
@@ -158,7 +200,7 @@ CodePage::CodePage(std::string const& name)
 // Asks iconv what each byte is by itself. One that gives nothing, or more than a unit, or waits for more,
 // shows that the code set has longer characters or a state.
 void CodePage::ReadByteTable() {
-    Descriptor decode(kUnits, m_Name.c_str());
+    Descriptor decode(kWideName, m_Name.c_str());
     if (!decode.IsOpen()) {
         return;
     }
@@ -167,13 +209,14 @@ void CodePage::ReadByteTable() {
     for (unsigned value = 0; value < m_UnitOf.size(); ++value) {
         auto const byte = static_cast<std::uint8_t>(value);
         std::uint8_t const* in = &byte;
-        std::uint8_t unit[8];
-        std::uint8_t* out = unit;
+        std::uint8_t wide[2 * kWide];
+        std::uint8_t* out = wide;
         decode.Reset();
-        int const error = decode.Convert(&in, 1, out, unit + sizeof unit);
-        bool const isUnit = error == 0 && out == unit + 2;
+        int const error = decode.Convert(&in, 1, out, wide + sizeof wide);
+        bool const isUnit = error == 0 && out == wide + kWide && LoadWide(wide) < kFirstBeyondUnits;
         isBytes = isBytes && (isUnit || error == EILSEQ);
-        m_UnitOf[value] = isUnit ? Load(unit) : kReplacement;
+        m_UnitOf[value] =
+            isUnit ? static_cast<std::uint16_t>(LoadWide(wide)) : static_cast<std::uint16_t>(kReplacement);
         ascii += value < 0x80 && isUnit && m_UnitOf[value] == value;
     }
     m_BeginsAsAscii = ascii == 0x80;
@@ -244,7 +287,7 @@ CodePage::Stop CodePage::DecodeBytes(std::uint8_t const*& in, std::uint8_t const
     auto const* from = in;
     auto* to = out;
     for (auto const* const end = from + std::min(inEnd - from, (outEnd - to) / 2); from != end; ++from) {
-        Store(to, m_UnitOf[*from]);
+        StoreUnit(to, m_UnitOf[*from]);
     }
     in = from;
     out = to;
@@ -253,11 +296,11 @@ CodePage::Stop CodePage::DecodeBytes(std::uint8_t const*& in, std::uint8_t const
 
 CodePage::Stop CodePage::EncodeBytes(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
                                      std::uint8_t* outEnd) const {
-    int const substitute = ByteOf(Load(kQuestionMark));
+    int const substitute = ByteOf(LoadUnit(kQuestionMark));
     auto const* from = in;
     auto* to = out;
     for (; from != inEnd; from += 2) {
-        int const known = ByteOf(Load(from));
+        int const known = ByteOf(LoadUnit(from));
         int const byte = known >= 0 ? known : substitute;
         if (byte >= 0) {
             if (to == outEnd) {
@@ -277,30 +320,31 @@ CodePage::Stop CodePage::DecodeOther(std::uint8_t const*& in, std::uint8_t const
     if (thread.serial != m_Serial) {
         return Stop::kFailed;
     }
-    while (in != inEnd) {
-        auto const room = (outEnd - out) / 2;
-        if (room < kFewUnits) {
+    WideChunk chunk;
+    for (;;) {
+        std::size_t const room = std::min(kChunk, static_cast<std::size_t>(outEnd - out) / kPair);
+        if (room < kFewCharacters) {
             return Stop::kFull;
         }
-        // No more than what fits: iconv converts ahead, and again from the start when it finds no room for
-        // that.
-        auto const* const pieceEnd = in + std::min(inEnd - in, room);
-        int const error = thread.decode.Convert(&in, static_cast<std::size_t>(pieceEnd - in), out, outEnd);
-        if (error == E2BIG) {
-            return Stop::kFull;
-        }
-        bool const isCut = error == EINVAL && pieceEnd != inEnd;
-        if (error != 0 && !isCut) {
-            // An undefined byte, or a character that the end of the text cuts off: begin behind its first
-            // byte.
-            if (outEnd - out < 2) {
-                return Stop::kFull;
+        // At the end of the text come the characters that iconv has held back. One place is kept free for a
+        // replacement.
+        bool const isEnd = in == inEnd;
+        std::uint8_t* filled = chunk.data();
+        int const error = thread.decode.Convert(isEnd ? nullptr : &in, static_cast<std::size_t>(inEnd - in),
+                                                filled, chunk.data() + kWide * (room - 1));
+        StoreUnits(chunk.data(), filled, out);
+        if (error != E2BIG) {
+            if (isEnd) {
+                return Stop::kEnd;
             }
-            Store(out, kReplacement);
-            ++in;
+            if (error != 0) {
+                // An undefined byte, or a character that the end of the text cuts off: begin behind its first
+                // byte.
+                StoreUnit(out, kReplacement);
+                ++in;
+            }
         }
     }
-    return thread.decode.Convert(nullptr, 0, out, outEnd) == E2BIG ? Stop::kFull : Stop::kEnd;
 }
 
 CodePage::Stop CodePage::EncodeOther(std::uint8_t const*& in, std::uint8_t const* inEnd, bool last,
@@ -309,20 +353,20 @@ CodePage::Stop CodePage::EncodeOther(std::uint8_t const*& in, std::uint8_t const
     if (thread.serial != m_Serial) {
         return Stop::kFailed;
     }
+    WideChunk chunk;
     while (in != inEnd) {
-        int const error = thread.encode.Convert(&in, static_cast<std::size_t>(inEnd - in), out, outEnd);
-        if (error == E2BIG) {
-            return Stop::kFull;
-        }
-        if (error == EINVAL && !last) {
+        std::uint8_t const* next = chunk.data();
+        auto const* const filled = FillWide(in, inEnd, last, chunk);
+        if (filled == next) {
             return Stop::kEnd;
         }
-        if (error != 0) {
-            std::uint8_t const* substitute = kQuestionMark;
-            if (thread.encode.Convert(&substitute, sizeof kQuestionMark, out, outEnd) == E2BIG) {
+        while (next != filled) {
+            int const error =
+                thread.encode.Convert(&next, static_cast<std::size_t>(filled - next), out, outEnd);
+            if (error == E2BIG || (error != 0 && !thread.Substitute(LoadWide(next), out, outEnd))) {
                 return Stop::kFull;
             }
-            in += 2;
+            next += error != 0 ? kWide : 0;
         }
     }
     bool const isFull = last && thread.encode.Convert(nullptr, 0, out, outEnd) == E2BIG;

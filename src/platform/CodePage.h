@@ -37,11 +37,11 @@ public:
 
     /// Starts a text in both directions.
     void Begin() const;
-    /// Bytes to units; there has to be room for 256 units at least.
+    /// Bytes to units; there has to be room for 64 units at least.
     Stop Decode(std::uint8_t const*& in, std::uint8_t const* inEnd, std::uint8_t*& out,
                 std::uint8_t* outEnd) const;
     /// Units to bytes. Unless this is the `last` piece, one unit may be left at its end, the first half of a
-    /// surrogate pair.
+    /// surrogate pair. After kFull the text can't be gone on with.
     Stop Encode(std::uint8_t const*& in, std::uint8_t const* inEnd, bool last, std::uint8_t*& out,
                 std::uint8_t* outEnd) const;
 

@@ -4,22 +4,11 @@
 
 #include <cstddef>
 
+#include "platform/Utf16.h"
+
 namespace System::Platform {
 
 namespace {
-
-constexpr std::uint32_t kReplacement = 0xFFFD;
-constexpr std::uint32_t kFirstBeyondUnits = 0x10000;
-
-bool IsSurrogate(std::uint32_t value) {
-    return (value & 0xF800U) == 0xD800U;
-}
-bool IsHighSurrogate(std::uint32_t value) {
-    return (value & 0xFC00U) == 0xD800U;
-}
-bool IsLowSurrogate(std::uint32_t value) {
-    return (value & 0xFC00U) == 0xDC00U;
-}
 
 std::size_t LengthOf(std::uint32_t value) {
     return value < 0x80 ? 1 : value < 0x800 ? 2 : value < kFirstBeyondUnits ? 3 : 4;
@@ -48,7 +37,7 @@ CodePoint ReadStrict(std::uint8_t const* in, std::uint8_t const* inEnd) {
         }
         value = value << 6 | (in[i] & 0x3FU);
     }
-    bool const isGood = LengthOf(value) == length && value < 0x110000 && !IsSurrogate(value);
+    bool const isGood = LengthOf(value) == length && value < kBehindLast && !IsSurrogate(value);
     return isGood ? CodePoint{value, length} : kMalformed;
 }
 
@@ -61,15 +50,6 @@ void Write(std::uint32_t value, std::size_t length, std::uint8_t* out) {
         out[i] = static_cast<std::uint8_t>(0x80 | (value & 0x3F));
     }
     out[0] = static_cast<std::uint8_t>(0xF00U >> length | value);
-}
-
-void Store(std::uint8_t*& out, std::uint32_t unit) {
-    *out++ = static_cast<std::uint8_t>(unit);
-    *out++ = static_cast<std::uint8_t>(unit >> 8);
-}
-
-std::uint32_t Load(std::uint8_t const* in) {
-    return static_cast<std::uint32_t>(in[0] | in[1] << 8);
 }
 
 }  // namespace
@@ -89,13 +69,7 @@ bool DecodeUtf8(std::uint8_t const*& inPlace, std::uint8_t const* inEnd, std::ui
         if (outEnd - out < (isPair ? 4 : 2)) {
             break;
         }
-        if (isPair) {
-            std::uint32_t const offset = value - kFirstBeyondUnits;
-            Store(out, 0xD800U | offset >> 10);
-            Store(out, 0xDC00U | (offset & 0x3FFU));
-        } else {
-            Store(out, value);
-        }
+        StoreCharacter(out, value);
         in += length;
     }
     inPlace = in;
@@ -109,19 +83,9 @@ bool EncodeUtf8(std::uint8_t const*& inPlace, std::uint8_t const* inEnd, bool la
     auto* out = outPlace;
     bool isRoom = true;
     while (in != inEnd) {
-        std::uint32_t value = Load(in);
-        std::size_t used = 2;
-        if (IsSurrogate(value)) {
-            bool const isAtEnd = inEnd - in < 4;
-            if (isAtEnd && IsHighSurrogate(value) && !last) {
-                break;
-            }
-            if (!isAtEnd && IsHighSurrogate(value) && IsLowSurrogate(Load(in + 2))) {
-                value = kFirstBeyondUnits + ((value & 0x3FFU) << 10) + (Load(in + 2) & 0x3FFU);
-                used = 4;
-            } else {
-                value = '?';
-            }
+        auto const [value, used] = LoadCharacter(in, inEnd, last);
+        if (used == 0) {
+            break;
         }
         std::size_t const length = LengthOf(value);
         isRoom = static_cast<std::size_t>(outEnd - out) >= length;

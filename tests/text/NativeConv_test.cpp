@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "tests/support/LogCapture.h"
 #include "tests/text/Converters.h"
@@ -99,6 +100,27 @@ TEST(NativeConv, JoinsAndSplitsSurrogatePairsWhereTheCodeSetGoesBeyondThem) {
         EXPECT_EQ(out.text.size(), 4U) << locale;
         EXPECT_EQ(ToUtf8(*native, out.text), (Converted{0, pair})) << locale;
         EXPECT_EQ(FromUtf8(*native, "a\xED\xA0\xBD"), (Converted{0, "a?"})) << locale;
+    }
+}
+
+TEST(NativeConv, ReplacesBothHalvesOfAPairThatTheCodeSetDoesNotHave) {
+    EXPECT_EQ(FromUtf8(*Native(kEucJp), "a\xED\xA0\xBD\xED\xB8\x80#"), (Converted{0, "a?\?#"}));
+}
+
+// So that it also comes where a piece of the conversion ends.
+TEST(NativeConv, ReplacesAnUndefinedByteWhereverItStands) {
+    for (auto const& [locale, utf8] : {std::pair{kEucJp, "日"}, {kGb18030, "\xED\xA0\xBD\xED\xB8\x80"}}) {
+        Native const native(locale);
+        std::string const character = FromUtf8(*native, utf8).text;
+        std::string before;
+        std::string wanted;
+        for (int count = 0; count < 600; ++count) {
+            ASSERT_EQ(ToUtf8(*native, before + '\xFF' + character, 3 * kPlenty),
+                      (Converted{0, wanted + "\xEF\xBF\xBD" + utf8}))
+                << locale << ", behind " << count;
+            before += character;
+            wanted += utf8;
+        }
     }
 }
 
