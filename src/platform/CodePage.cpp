@@ -94,7 +94,11 @@ void StoreUnits(std::uint8_t const* wide, std::uint8_t const* wideEnd, std::uint
     auto* out = outPlace;
     for (; wide != wideEnd; wide += kWide) {
         std::uint32_t const value = LoadWide(wide);
-        StoreCharacter(out, value < kBehindLast && !IsSurrogate(value) ? value : kReplacement);
+        if (value < kFirstSurrogate) [[likely]] {
+            StoreUnit(out, value);
+        } else {
+            StoreCharacter(out, value < kBehindLast && !IsSurrogate(value) ? value : kReplacement);
+        }
     }
     outPlace = out;
 }

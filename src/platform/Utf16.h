@@ -8,14 +8,15 @@
 namespace System::Platform {
 
 inline constexpr std::uint32_t kReplacement = 0xFFFD;
+inline constexpr std::uint32_t kFirstSurrogate = 0xD800;
 inline constexpr std::uint32_t kFirstBeyondUnits = 0x10000;
 inline constexpr std::uint32_t kBehindLast = 0x110000;
 
 constexpr bool IsSurrogate(std::uint32_t value) {
-    return (value & 0xFFFFF800U) == 0xD800U;
+    return (value & 0xFFFFF800U) == kFirstSurrogate;
 }
 constexpr bool IsHighSurrogate(std::uint32_t value) {
-    return (value & 0xFFFFFC00U) == 0xD800U;
+    return (value & 0xFFFFFC00U) == kFirstSurrogate;
 }
 constexpr bool IsLowSurrogate(std::uint32_t value) {
     return (value & 0xFFFFFC00U) == 0xDC00U;
@@ -25,8 +26,9 @@ constexpr std::uint16_t LoadUnit(std::uint8_t const* in) {
     return static_cast<std::uint16_t>(in[0] | in[1] << 8);
 }
 constexpr void StoreUnit(std::uint8_t*& out, std::uint32_t unit) {
-    *out++ = static_cast<std::uint8_t>(unit);
-    *out++ = static_cast<std::uint8_t>(unit >> 8);
+    out[0] = static_cast<std::uint8_t>(unit);
+    out[1] = static_cast<std::uint8_t>(unit >> 8);
+    out += 2;
 }
 
 // Writes one unit, or two for a character beyond them.
@@ -36,7 +38,7 @@ constexpr void StoreCharacter(std::uint8_t*& out, std::uint32_t value) {
         return;
     }
     std::uint32_t const offset = value - kFirstBeyondUnits;
-    StoreUnit(out, 0xD800U | offset >> 10);
+    StoreUnit(out, kFirstSurrogate | offset >> 10);
     StoreUnit(out, 0xDC00U | (offset & 0x3FFU));
 }
 
