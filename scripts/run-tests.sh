@@ -14,6 +14,7 @@ if [ ! -d "$locales/de_DE.UTF-8" ] && [ -e /usr/share/i18n/locales/de_DE ]; then
     localedef --quiet -i de_DE -f UTF-8 "$locales/de_DE.UTF-8" || echo "no locale de_DE.UTF-8 could be made"
 fi
 [ ! -d "$locales/de_DE.UTF-8" ] || export LOCPATH=$locales
+export LSAN_OPTIONS=suppressions=$PWD/scripts/leaks-of-libc.txt:print_suppressions=0
 
 report=$PWD/build/$preset/test-report.xml
 rm -f "$report"
