@@ -1,6 +1,7 @@
 #include "platform/Processor.h"
 
 #include <sched.h>
+#include <unistd.h>
 
 namespace System::Platform {
 
@@ -17,14 +18,12 @@ unsigned UsableProcessors() {
     return count > 0 ? static_cast<unsigned>(count) : 1;
 }
 
-unsigned UsableProcessorsLately() {
-    constexpr unsigned kUsesBetweenReads = 256;
-    thread_local unsigned t_Count = 0;
-    thread_local unsigned t_Uses = 0;
-    if (t_Uses++ % kUsesBetweenReads == 0) {
-        t_Count = UsableProcessors();
-    }
-    return t_Count;
+unsigned MachineProcessors() {
+    static unsigned const s_Count = [] {
+        long const count = ::sysconf(_SC_NPROCESSORS_ONLN);
+        return count > 0 ? static_cast<unsigned>(count) : 1U;
+    }();
+    return s_Count;
 }
 
 }  // namespace System::Platform

@@ -8,8 +8,8 @@ namespace System::Platform {
 [[nodiscard]] std::uint32_t CurrentProcessor();
 /// How many processors the calling thread may run on, at least 1.
 [[nodiscard]] unsigned UsableProcessors();
-/// The same as it was not long ago; costs next to nothing.
-[[nodiscard]] unsigned UsableProcessorsLately();
+/// How many processors the machine had when this was first asked, at least 1.
+[[nodiscard]] unsigned MachineProcessors();
 /// Tells the processor that this is a loop that waits.
 inline void Relax() {
 #if defined(__x86_64__) || defined(__i386__)

@@ -40,7 +40,7 @@ Detail::Attempt Detail::TryAcquire(SharedLockRec& rec, NamedObject const& object
 }
 
 Detail::ReleaseLook::ReleaseLook()
-    : m_UntilNs(UsableProcessorsLately() > 1 ? Clock::MonotonicNs() + kLookNs : 0) {}
+    : m_UntilNs(MachineProcessors() > 1 ? Clock::MonotonicNs() + kLookNs : 0) {}
 
 bool Detail::ReleaseLook::SeesFree(SharedLockRec& rec) const {
     constexpr int kLooksBetweenClocks = 32;

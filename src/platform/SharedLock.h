@@ -73,7 +73,7 @@ enum class [[nodiscard]] Attempt{kAcquired, kAbandoned, kOccupied};
 /// mark.
 Attempt TryAcquire(SharedLockRec& rec, NamedObject const& object, bool othersMaySleep);
 /// A look at a lock's word that costs less than to sleep and be woken: some microseconds from its making on.
-/// Hardly any on one processor.
+/// Hardly any on a machine with one processor.
 class ReleaseLook {
 public:
     ReleaseLook();

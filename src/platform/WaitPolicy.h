@@ -14,8 +14,9 @@ public:
     static constexpr std::int64_t kLookNs = 50'000;
 
     /// How long to look now. `here` and `peer` are processors plus 1, 0 where unknown.
+    /// `usable`: how many processors this thread may run on, which decides where the peer's is unknown.
     [[nodiscard]] std::int64_t LookNs(std::uint32_t here, std::uint32_t peer, unsigned usable) const {
-        bool const isShared = usable < 2 || (here != 0 && here == peer);
+        bool const isShared = here != 0 && peer != 0 ? here == peer : usable < 2;
         return isShared || m_Credit <= 0 ? 0 : kLookNs;
     }
     /// Tells how long the wait was, from its begin to the arrival.
