@@ -13,9 +13,9 @@ constinit Mutex::SleeperSlot Mutex::s_Sleepers[kSleeperSlots] = {};
 
 namespace {
 
-// Some ten microseconds in all, which a line of the log takes a tenth of; so close together that a lock which
-// its owner gives back and takes again at once is seen free.
-constexpr int kLooks = 150;
+// Some thirty microseconds in all, about what a sleep and its wake-up cost; so close together that a lock
+// which its owner gives back and takes again at once is seen free.
+constexpr int kLooks = 400;
 constexpr int kPausesBetweenLooks = 4;
 // How long a death can go unnoticed by who sleeps for the lock.
 constexpr std::int64_t kDeathSliceNs = 10'000'000;
