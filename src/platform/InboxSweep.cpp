@@ -1,15 +1,14 @@
 #include "platform/InboxSweep.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "platform/Bell.h"
+#include "platform/InboxDirectory.h"
 #include "platform/InboxFile.h"
 
 namespace System::Platform {
@@ -18,10 +17,6 @@ namespace {
 
 // About 10 microseconds each.
 constexpr std::size_t kMaxLooks = 32;
-
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { static_cast<void>(::closedir(directory)); }
-};
 
 // An owner makes its bell after its inbox and removes it before, so a bell without an inbox is left over.
 void RemoveIfLeft(std::uint32_t bellNumber, std::string const& directory) {
@@ -35,7 +30,7 @@ void RemoveIfLeft(std::uint32_t bellNumber, std::string const& directory) {
 
 void SweepDeadInboxes() {
     std::string const path = SharedPlace().directory;
-    std::unique_ptr<DIR, DirectoryCloser> const directory(::opendir(path.c_str()));
+    auto const directory = OpenInboxDirectory();
     if (directory == nullptr) {
         return;
     }

@@ -1,13 +1,12 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
+#include "platform/InboxDirectory.h"
 #include "platform/InboxFile.h"
 #include "platform/PeerInbox.h"
 #include "platform/Retry.h"
@@ -16,10 +15,6 @@
 namespace System::Platform {
 
 namespace {
-
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { static_cast<void>(::closedir(directory)); }
-};
 
 // Read and not mapped: a peer that cuts the file off meanwhile costs us nothing.
 bool ReadAt(FileDescriptor const& file, void* to, std::size_t size, std::size_t offset) {
@@ -48,7 +43,7 @@ std::vector<WindowRec> WindowsOf(int directory, char const* name) {
 }  // namespace
 
 std::uint32_t FindMessageWindow(std::u16string_view className, std::u16string_view title) {
-    std::unique_ptr<DIR, DirectoryCloser> const directory(::opendir(SharedPlace().directory.c_str()));
+    auto const directory = OpenInboxDirectory();
     if (directory == nullptr) {
         return 0;
     }
