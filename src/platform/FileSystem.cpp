@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/FileDescriptor.h"
+#include "platform/HelperThread.h"
 #include "platform/Retry.h"
 
 namespace System::Platform::FileSystem {
@@ -21,8 +22,10 @@ namespace System::Platform::FileSystem {
 namespace {
 
 constexpr std::size_t kListingBytes = 32768;
-// Directories that are held open at a time; those above wait with their entries in memory.
-constexpr std::size_t kOpenLevels = 16;
+// Directories that a thread holds open at a time; those above wait with their entries in memory.
+constexpr std::size_t kOpenLevels = 8;
+// About as many entries as are removed in the time in which a thread starts.
+constexpr std::size_t kEntriesAlone = 128;
 
 constexpr unsigned kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
 
@@ -144,11 +147,21 @@ struct Level {
     std::string name;  // in the directory of the level above
     unsigned units;    // of the full name of an entry, before the entry's own name
     Listing listing;
+    bool isShared = false;  // the helper has been given directories of it
 };
 
+// What a removal keeps to, wherever in the tree it begins.
+struct Bounds {
+    unsigned unitLimit;
+    std::optional<Identity> top;  // of the tree, once it has been entered
+};
+
+// One thread's share of a removal.
 class TreeRemoval {
 public:
-    TreeRemoval(unsigned unitLimit) : m_UnitLimit(unitLimit) {}
+    // `helper`, if there is one, is given directories to remove meanwhile.
+    explicit TreeRemoval(Bounds const& bounds, HelperThread* helper = nullptr)
+        : m_Bounds(bounds), m_Helper(helper) {}
 
     // Removes what the directory `name` of `parent` holds. Its full name takes `units` units.
     void Empty(FileDescriptor const& parent, char const* name, unsigned units) {
@@ -164,9 +177,10 @@ public:
     }
 
 private:
-    void Remove(Level const& level, Entry const& entry) {
+    void Remove(Level& level, Entry const& entry) {
+        ++m_Entries;
         std::string_view const name = entry.name;
-        if (name == "." || name == ".." || UnitsOf(name) > m_UnitLimit - level.units) {
+        if (name == "." || name == ".." || UnitsOf(name) > m_Bounds.unitLimit - level.units) {
             return;
         }
         unsigned char type = entry.type;
@@ -180,20 +194,35 @@ private:
         if (type != DT_DIR) {
             // What can't be removed makes the removal of its directory fail, which is the report.
             static_cast<void>(::unlinkat(level.directory.Get(), entry.name, 0));
-        } else if (name.front() != '.' && !Enter(level.directory, entry.name, level.units + UnitsOf(name))) {
-            static_cast<void>(::unlinkat(level.directory.Get(), entry.name, AT_REMOVEDIR));
+        } else if (name.front() != '.') {
+            RemoveDirectory(level, entry.name, level.units + UnitsOf(name));
         }
     }
+
+    void RemoveDirectory(Level& level, char const* name, unsigned units) {
+        if (m_Helper != nullptr && m_Entries >= kEntriesAlone && m_Helper->HasRoom() &&
+            GiveAway(level, name, units)) {
+            return;
+        }
+        if (!Enter(level.directory, name, units)) {
+            static_cast<void>(::unlinkat(level.directory.Get(), name, AT_REMOVEDIR));
+        }
+    }
+
+    bool GiveAway(Level& level, char const* name, unsigned units);
 
     // False if the directory can't be listed, or must not be because something else is mounted there.
     bool Enter(FileDescriptor const& parent, char const* name, unsigned units) {
         FileDescriptor directory = OpenDirectory(parent.Get(), name, O_NOFOLLOW);
         std::optional<Identity> const identity = directory.IsOpen() ? IdentityOf(directory) : std::nullopt;
-        if (!identity || (!m_Levels.empty() && !identity->IsOnMountOf(m_Levels.front().identity))) {
+        if (!identity || !identity->IsOnMountOf(m_Bounds.top.value_or(*identity))) {
             return false;
         }
+        if (!m_Bounds.top) {
+            m_Bounds.top = identity;
+        }
         // At the limit nothing below has room, not even behind the separator.
-        unsigned const unitsBelow = units < m_UnitLimit ? units + 1 : m_UnitLimit;
+        unsigned const unitsBelow = units < m_Bounds.unitLimit ? units + 1 : m_Bounds.unitLimit;
         m_Levels.push_back({std::move(directory), *identity, name, unitsBelow, {}});
         if (m_Levels.size() > kOpenLevels) {
             Suspend(m_Levels[m_Levels.size() - 1 - kOpenLevels]);
@@ -211,6 +240,9 @@ private:
     // Goes back to the level above and removes the directory that is done with. False if there is no way
     // back, because someone has moved that directory elsewhere.
     bool Leave() {
+        if (m_Levels.back().isShared) {
+            m_Helper->Finish();
+        }
         Level done = std::move(m_Levels.back());
         m_Levels.pop_back();
         if (m_Levels.empty()) {
@@ -228,9 +260,39 @@ private:
         return true;
     }
 
-    unsigned m_UnitLimit;
+    Bounds m_Bounds;
+    HelperThread* m_Helper;
+    std::size_t m_Entries = 0;  // met so far
     std::vector<Level> m_Levels;
 };
+
+// A directory that is removed on whichever thread has time for it.
+class DirectoryRemoval : public HelperThread::Task {
+public:
+    DirectoryRemoval(FileDescriptor parent, char const* name, unsigned units, Bounds const& bounds)
+        : m_Parent(std::move(parent)), m_Name(name), m_Units(units), m_Bounds(bounds) {}
+
+    void Run() override {
+        TreeRemoval(m_Bounds).Empty(m_Parent, m_Name.c_str(), m_Units);
+        static_cast<void>(::unlinkat(m_Parent.Get(), m_Name.c_str(), AT_REMOVEDIR));
+    }
+
+private:
+    FileDescriptor m_Parent;
+    std::string m_Name;
+    unsigned m_Units;
+    Bounds m_Bounds;
+};
+
+bool TreeRemoval::GiveAway(Level& level, char const* name, unsigned units) {
+    FileDescriptor parent(::fcntl(level.directory.Get(), F_DUPFD_CLOEXEC, 0));
+    if (!parent.IsOpen()) {
+        return false;
+    }
+    m_Helper->Give(std::make_unique<DirectoryRemoval>(std::move(parent), name, units, m_Bounds));
+    level.isShared = true;
+    return true;
+}
 
 struct ParentAndName {
     FileDescriptor parent;
@@ -272,7 +334,9 @@ bool RemoveTree(char const* path, unsigned unitLimit) {
     if (!tree) {
         return false;
     }
-    TreeRemoval(unitLimit).Empty(tree->parent, tree->name.c_str(), UnitsOf(bare));
+    HelperThread helper;
+    TreeRemoval({unitLimit, std::nullopt}, &helper).Empty(tree->parent, tree->name.c_str(), UnitsOf(bare));
+    helper.Finish();
     return ::unlinkat(tree->parent.Get(), tree->name.c_str(), AT_REMOVEDIR) == 0;
 }
 

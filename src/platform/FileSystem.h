@@ -23,9 +23,10 @@ namespace System::Platform::FileSystem {
 
 constexpr unsigned kNoLimit = UINT_MAX;
 
-/// Removes the directory `path` with all that it holds, in the order in which the system lists it. An entry
-/// whose full name, `path` included, takes more than `unitLimit` UTF-16 units stays.
-/// Returns whether the directory itself is gone. Takes a fixed number of descriptors and no stack for depth.
+/// Removes the directory `path` with all that it holds, a directory after what is in it. A second thread
+/// helps with directories of a large tree, and is gone when this returns. An entry whose full name, `path`
+/// included, takes more than `unitLimit` UTF-16 units stays. Returns whether the directory itself is gone.
+/// Takes a fixed number of descriptors and no stack for depth.
 [[nodiscard]] bool RemoveTree(char const* path, unsigned unitLimit = kNoLimit);
 
 }  // namespace System::Platform::FileSystem

@@ -47,7 +47,7 @@ public:
         int const next = ::open("/", O_PATH | O_CLOEXEC);
         ::close(next);
         rlimit few = m_Before;
-        few.rlim_cur = static_cast<rlim_t>(next) + 24;
+        few.rlim_cur = static_cast<rlim_t>(next) + 32;
         ::setrlimit(RLIMIT_NOFILE, &few);
     }
     ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &m_Before); }
@@ -116,7 +116,7 @@ TEST(RemoveTree, DoesNotEnterATreeThroughALinkToIt) {
 }
 
 TEST(RemoveTree, IsNotLedAwayByALinkThatIsSwappedInMeanwhile) {
-    constexpr int kDirectories = 30;
+    constexpr int kDirectories = 150;
     constexpr int kRounds = 10;
     TemporaryFolder const folder;
     fs::create_directories(folder / "kept/sub");
@@ -139,11 +139,15 @@ TEST(RemoveTree, IsNotLedAwayByALinkThatIsSwappedInMeanwhile) {
 }
 
 TEST(RemoveTree, DoesNotCrossAMount) {
+    // Enough for both threads of a removal to meet some.
+    constexpr int kMounts = 200;
     TemporaryFolder const folder;
     fs::create_directories(folder / "outside/sub");
-    fs::create_directories(folder / "doomed/mount");
+    for (int i = 0; i < kMounts; ++i) {
+        fs::create_directories(folder / "doomed/" + std::to_string(i));
+    }
     WriteFile(folder / "doomed/file", "");
-    Support::ChildProcess remover("DeleteAcrossMount", {folder.Path()});
+    Support::ChildProcess remover("DeleteAcrossMount", {folder.Path(), std::to_string(kMounts)});
     std::optional<std::string> const report = remover.ReadLine();
     ASSERT_TRUE(report.has_value());
     if (*report == "no mounts") {

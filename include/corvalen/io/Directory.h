@@ -14,7 +14,8 @@ class CORVALEN_API FDirectoryInfo {};
 
 /// Removal of files and directory trees.
 ///
-/// Threads: any; nothing is shared and nothing locked. The converters have to be started (InitFramework).
+/// Threads: any; nothing is shared and nothing locked. The converters have to be started (InitFramework). A
+/// large tree is removed by the caller and a second thread, which takes no signals and has ended on return.
 /// Errors: false says that the named file or directory is still there, or never was; no cause is told and
 /// nothing logged. There is no undo. Nothing throws but a failed allocation.
 class CORVALEN_API FDirectory {
