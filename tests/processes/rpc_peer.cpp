@@ -1,21 +1,26 @@
 // An endpoint of a channel that tests talk to and kill: rpc_peer <channel> <role> [count]
-//   server       opens as "server", reports its endpoint, and answers requests until it is killed: a
-//   request's
-//                bytes come back reversed. A request of one byte is an order:
-//                'd' dies, 'h' reports "handling" and waits for a line on its input, 'n' gives no answer,
-//                'e' ends cleanly, 'q' reports how many notifications it got
-//   client N     sends N requests of checked bytes to "server", reports "done"
-//   flood N      posts N numbered notifications to "server", reports "done"
-//   idle         opens as a client, reports its endpoint, and takes its messages
-//   probe        opens as a client, reports its endpoint, and sends requests and notifications that may fail
+//   server    opens as "server", reports its endpoint, and answers requests until it is killed: a request's
+//   bytes
+//             come back reversed. A request of one byte is an order: 'd' dies, 'h' reports "handling" and
+//             waits for a line on its input, 'n' gives no answer, 'e' ends cleanly, 'q' reports how many
+//             notifications it got
+//   client N  sends N requests of checked bytes to "server", reports "done"
+//   flood N   posts N numbered notifications to "server", reports "done"
+//   idle      opens as a client, reports its endpoint, and takes its messages
+//   crowd N   starts N processes of the role idle, whose reports appear as its own, and kills them when its
+//   input
+//             ends
+//   probe     opens as a client, reports its endpoint, and sends requests and notifications that may fail
 //   until
-//                its input ends
-//   find         reports the endpoint of "server" without opening anything
-//   hold         takes the channel's lock, reports "locked", and waits for a line
+//             its input ends
+//   find      reports the endpoint of "server" without opening anything
+//   hold      takes the channel's lock, reports "locked", and waits for a line
 
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,6 +31,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "corvalen/platform/MessageQueue.h"
 #include "corvalen/rpc/RpcChannel.h"
@@ -227,6 +233,26 @@ int Hold(Peer& peer) {
     return 0;
 }
 
+int StartCrowd(char* self, char* channel, unsigned count) {
+    std::string role = "idle";
+    char* const arguments[] = {self, channel, role.data(), nullptr};
+    std::vector<pid_t> members(count);
+    for (pid_t& member : members) {
+        if (int const error = ::posix_spawn(&member, self, nullptr, nullptr, arguments, environ)) {
+            return Fail("spawn", error);
+        }
+    }
+    std::string line;
+    std::getline(std::cin, line);
+    for (pid_t const member : members) {
+        ::kill(member, SIGKILL);
+    }
+    for (pid_t const member : members) {
+        ::waitpid(member, nullptr, 0);
+    }
+    return 0;
+}
+
 int Run(Peer& peer, std::string const& role, unsigned count) {
     if (role == "server" || role == "idle") {
         Report(std::to_string(peer.LocalEndPoint()));
@@ -256,6 +282,10 @@ int main(int argc, char** argv) {
     }
     std::string const name = argv[1];
     std::string const role = argv[2];
+    unsigned const count = argc > 3 ? static_cast<unsigned>(std::atoi(argv[3])) : 0;
+    if (role == "crowd") {
+        return StartCrowd(argv[0], argv[1], count);
+    }
     Peer peer(std::u16string(name.begin(), name.end()).c_str());
     if (role == "find") {
         Report(std::to_string(peer.FindServer(u"server")));
@@ -264,7 +294,7 @@ int main(int argc, char** argv) {
     if (int const error = role == "server" ? peer.OpenServer(u"server") : peer.OpenClient(); error != 0) {
         return Fail("open", error);
     }
-    int const result = Run(peer, role, argc > 3 ? static_cast<unsigned>(std::atoi(argv[3])) : 0);
+    int const result = Run(peer, role, count);
     peer.Close();
     return result;
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -162,6 +164,41 @@ TEST_F(Limits, AreNotReachedBySixtyFourClientsAtOnce) {
     }
     ASSERT_EQ(last.OpenClient(), 0);
     EXPECT_EQ(last.LiveHandles(), 0U);
+}
+
+TEST_F(Limits, AreNotReachedByAThousandEndpoints) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a machine may not hold a thousand processes with the memory of a sanitizer";
+#endif
+    constexpr int kCrowds = 2;
+    constexpr int kMembers = 500;
+    Endpoint one(WideName());
+    ChildProcess server("rpc_peer", {m_Name, "server"});
+    ASSERT_TRUE(server.ReadLine());
+    ASSERT_EQ(one.OpenClient(), 0);
+    std::vector<ChildProcess> crowds;
+    std::set<std::uint32_t> endpoints{one.LocalEndPoint()};
+    std::uint32_t lastOf[kCrowds] = {};
+    for (std::uint32_t& last : lastOf) {
+        std::vector<std::string> const arguments{m_Name, "crowd", std::to_string(kMembers)};
+        crowds.emplace_back("rpc_peer", arguments);
+        for (int i = 0; i < kMembers; ++i) {
+            std::string const report = crowds.back().ReadLine().value_or("");
+            last = static_cast<std::uint32_t>(std::strtoul(report.c_str(), nullptr, 10));
+            ASSERT_TRUE(endpoints.insert(last).second) << report;
+        }
+    }
+    EXPECT_TRUE(one.IsRefValid(lastOf[0]));
+    crowds[0].CloseInput();
+    EXPECT_EQ(crowds[0].Wait(), 0);
+    EXPECT_EQ(one.Notify(lastOf[0], one.NewHandle(kOneBlock)), ESRCH);
+    EXPECT_EQ(one.Notify(lastOf[1], one.NewHandle(kOneBlock)), 0);
+    crowds[1].CloseInput();
+    EXPECT_EQ(crowds[1].Wait(), 0);
+    // Clears away what the thousand have left.
+    ChildProcess client("rpc_peer", {m_Name, "client", "20"});
+    EXPECT_EQ(client.ReadLine(), "done");
+    EXPECT_EQ(client.Wait(), 0);
 }
 
 }  // namespace
