@@ -87,6 +87,15 @@ TEST_F(SharedLocks, OfADeadOwnerWhoseNumberIsGivenAgainAreAbandoned) {
     EXPECT_EQ(Take(m_Other), LockResult::kAbandoned);
 }
 
+TEST_F(SharedLocks, WithTheNumberOfSomeoneElseAreWaitedForUntilHeGoes) {
+    Rec(m_Object).word = m_Object.Participant();
+    std::thread waiter([&] { EXPECT_EQ(Take(m_Other), LockResult::kAbandoned); });
+    std::uint32_t& word = Rec(m_Other).word;
+    EXPECT_TRUE(Support::WaitUntil([&] { return (std::atomic_ref(word).load() & Detail::kMaySleep) != 0; }));
+    m_Object.Close();
+    waiter.join();
+}
+
 class HostileWords : public SharedLocks, public testing::WithParamInterface<std::uint32_t> {};
 TEST_P(HostileWords, HangNobody) {
     std::uint32_t word = GetParam();
