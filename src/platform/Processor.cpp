@@ -18,6 +18,11 @@ unsigned UsableProcessors() {
     return count > 0 ? static_cast<unsigned>(count) : 1;
 }
 
+void YieldProcessor() {
+    // Never fails.
+    static_cast<void>(::sched_yield());
+}
+
 unsigned MachineProcessors() {
     static unsigned const s_Count = [] {
         long const count = ::sysconf(_SC_NPROCESSORS_ONLN);

@@ -10,6 +10,8 @@ namespace System::Platform {
 [[nodiscard]] unsigned UsableProcessors();
 /// How many processors the machine had when this was first asked, at least 1.
 [[nodiscard]] unsigned MachineProcessors();
+/// Lets whoever else is ready to run on this processor go first.
+void YieldProcessor();
 /// Tells the processor that this is a loop that waits.
 inline void Relax() {
 #if defined(__x86_64__) || defined(__i386__)

@@ -22,6 +22,17 @@ constexpr unsigned kSleepsBetweenAffinityReads = 256;
 // A flood of requests must not keep the posted messages waiting for ever.
 constexpr int kMaxServedAtOnce = 64;
 
+template <typename IsDone>
+bool YieldUntil(IsDone isDone, int times) {
+    for (int i = 0; i < times; ++i) {
+        YieldProcessor();
+        if (isDone()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 // The place for one result, closed at the latest when a procedure that we serve meanwhile throws.
@@ -174,8 +185,8 @@ long ThreadQueue::Dispatch(Message const& message) {
                              : 0;
 }
 
-// Waits until `isDone`, looking first if that is likely to pay. At each wake-up without success `goesOn`
-// tells whether to wait on. False when the time is up or `goesOn` said no.
+// Waits until `isDone`, looking or yielding first if that is likely to pay. At each wake-up without success
+// `goesOn` tells whether to wait on. False when the time is up or `goesOn` said no.
 template <typename IsDone, typename Goes>
 bool ThreadQueue::WaitUntil(IsDone isDone, Deadline const& deadline, std::uint32_t peerProcessor,
                             std::int64_t sliceNs, Goes goesOn) {
@@ -201,6 +212,13 @@ bool ThreadQueue::WaitUntil(IsDone isDone, Deadline const& deadline, std::uint32
             Relax();
         }
         nowNs = Clock::MonotonicNs();
+    }
+    if (int const yields = m_Policy.Yields(here, peerProcessor, m_UsableProcessors); yields != 0) {
+        bool const hasCome = YieldUntil(isDone, yields);
+        m_Policy.LearnYield(hasCome, Clock::MonotonicNs() - beginNs);
+        if (hasCome) {
+            return succeed();
+        }
     }
     // A look in vain costs more than to ask whether there is anything to look for.
     if (hasLooked || ++m_Sleeps % kSleepsBetweenAffinityReads == 0) {
