@@ -10,7 +10,9 @@ namespace System::Platform {
 namespace {
 
 constexpr std::size_t kCompiledQueries = 8;
-constexpr unsigned kParseAsWritten = (pugi::parse_full | pugi::parse_ws_pcdata) & ~pugi::parse_escapes;
+// As a fragment, so that text outside of the element at the top is seen and not passed over.
+constexpr unsigned kParseAsWritten =
+    (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) & ~pugi::parse_escapes;
 
 struct Move {
     XmlNodeState* state;
@@ -51,6 +53,41 @@ bool HasWideUnits(std::string_view bytes) {
            bytes.substr(0, kLongestUnit).find('\0') != std::string_view::npos;
 }
 
+std::size_t UnitOf(pugi::xml_encoding encoding) {
+    switch (encoding) {
+        case pugi::encoding_utf16_le:
+        case pugi::encoding_utf16_be:
+            return sizeof(char16_t);
+        case pugi::encoding_utf32_le:
+        case pugi::encoding_utf32_be:
+            return sizeof(char32_t);
+        default:
+            return 1;
+    }
+}
+
+// The parser takes the first zero for the end. A terminator, or several, may stand there, but nothing else.
+bool HasTextBehindZero(std::string_view bytes, std::size_t unit) {
+    static constexpr char kZeros[sizeof(char32_t)] = {};
+    std::string_view const zero(kZeros, unit);
+    std::size_t at = bytes.find(zero);
+    while (at != std::string_view::npos && at % unit != 0) {
+        at = bytes.find(zero, at + 1);
+    }
+    return at != std::string_view::npos && bytes.find_first_not_of('\0', at) != std::string_view::npos;
+}
+
+void RemoveBlanksAtTop(pugi::xml_document& document) {
+    for (pugi::xml_node node = document.first_child(); node;) {
+        pugi::xml_node const next = node.next_sibling();
+        std::string_view const text = node.value();
+        if (node.type() == pugi::node_pcdata && text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+            document.remove_child(node);
+        }
+        node = next;
+    }
+}
+
 pugi::xml_attribute DeclaredEncoding(pugi::xml_document const& document) {
     pugi::xml_node const first = document.first_child();
     return first.type() == pugi::node_declaration ? first.attribute("encoding") : pugi::xml_attribute();
@@ -62,6 +99,24 @@ bool IsDeclaredLatin1(pugi::xml_document const& document) {
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     return name == "iso-8859-1" || name == "latin1";
+}
+
+bool IsTextAtTop(pugi::xml_node node) {
+    return (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata) &&
+           node.parent().type() == pugi::node_document;
+}
+
+bool HasAttributeTwice(pugi::xml_node node) {
+    if (!node.first_attribute().next_attribute()) {
+        return false;
+    }
+    // Sorted, since nobody limits how many there are.
+    std::vector<std::string_view> names;
+    for (pugi::xml_attribute const attribute : node.attributes()) {
+        names.emplace_back(attribute.name());
+    }
+    std::sort(names.begin(), names.end());
+    return std::adjacent_find(names.begin(), names.end()) != names.end();
 }
 
 // What is wrong with one node of a tree that was parsed without replacing references; null if nothing is.
@@ -77,6 +132,12 @@ char const* FaultOf(pugi::xml_node node) {
     }
     if (!hasSoundReferences) {
         return "reference to an entity that is not built in";
+    }
+    if (IsTextAtTop(node)) {
+        return "text outside of the element at the top";
+    }
+    if (HasAttributeTwice(node)) {
+        return "an attribute stands twice on one element";
     }
     bool const isMisplaced = node.type() == pugi::node_declaration &&
                              (node.previous_sibling() || node.parent().type() != pugi::node_document);
@@ -248,6 +309,7 @@ std::string Parse(XmlTree& tree, std::string_view bytes, unsigned maxDepth) {
         if (result.status == pugi::status_out_of_memory) {
             throw std::bad_alloc();
         }
+        RemoveBlanksAtTop(tree.document);
         return result;
     };
     pugi::xml_parse_result result = load(kParseAsWritten);
@@ -257,6 +319,9 @@ std::string Parse(XmlTree& tree, std::string_view bytes, unsigned maxDepth) {
     }
     if (!result) {
         return std::string(result.description()) + " at character " + std::to_string(result.offset);
+    }
+    if (HasTextBehindZero(bytes, UnitOf(result.encoding))) {
+        return "text behind a zero";
     }
     if (char const* const fault = FaultOf(tree.document, maxDepth)) {
         return fault;

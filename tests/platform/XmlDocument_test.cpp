@@ -47,10 +47,20 @@ std::string Nested(unsigned depth) {
     return text;
 }
 
+std::string BytesOf(std::u16string_view text) {
+    return {reinterpret_cast<char const*>(text.data()), text.size() * sizeof(char16_t)};
+}
+
 TEST(XmlDocument, SavesWhatItLoaded) {
     EXPECT_EQ(Loaded(kBook).Save(), kBook);
     std::string const mixed = "<p>  <i>a</i> <i>b</i>\n\t</p>";
     EXPECT_EQ(Loaded(mixed).Save(), mixed);
+}
+
+TEST(XmlDocument, LeavesOutBlanksAroundTheElementAtTheTopAndATerminator) {
+    EXPECT_EQ(Loaded("\n<?xml version=\"1.0\"?>\r\n<!--c-->\t<a b=\"&amp;\"/> \n").Save(),
+              "<?xml version=\"1.0\"?><!--c--><a b=\"&amp;\"/>");
+    EXPECT_EQ(Loaded(std::string("<a/>\n\0", 6)).Save(), "<a/>");
 }
 
 TEST(XmlDocument, KeepsLineEndsThatWereWrittenAsReferences) {
@@ -75,9 +85,7 @@ TEST(XmlDocument, ReadsOtherEncodingsAndSavesUtf8) {
     std::string const utf8 = "<?xml-x encoding=\"ISO-8859-1\"?><a>\xC3\xA9</a>";
     EXPECT_EQ(Loaded(utf8).Save(), utf8);
     EXPECT_EQ(Loaded("\xEF\xBB\xBF" + utf8).Save(), utf8);
-    std::u16string const wide = u"\uFEFF<a>\u20AC</a>";
-    EXPECT_EQ(Loaded({reinterpret_cast<char const*>(wide.data()), wide.size() * 2}).Save(),
-              "<a>\xE2\x82\xAC</a>");
+    EXPECT_EQ(Loaded(BytesOf(u"\uFEFF<a>\u20AC\u0100</a>")).Save(), "<a>\xE2\x82\xAC\xC4\x80</a>");
 }
 
 struct RefusedCase {
@@ -93,6 +101,13 @@ RefusedCase const kRefused[] = {
     {"OpenTag", "<a", "at character"},
     {"WrongEndTag", "<a></b>", "at character"},
     {"TwoAtTheTop", "<a/><b/>", "not exactly one element"},
+    {"TextBefore", "text<a/>", "text outside"},
+    {"TextBehind", "<a/>\nand more", "text outside"},
+    {"ReferenceAtTheTop", "&#32;<a/>", "text outside"},
+    {"CDataAtTheTop", "<a/><![CDATA[ ]]>", "text outside"},
+    {"ElementBehindAZero", std::string("<a/>\0<b/>", 9), "behind a zero"},
+    {"ElementBehindAWideZero", BytesOf(std::u16string_view(u"\uFEFF<a/>\0<b/>", 10)), "behind a zero"},
+    {"SameAttributeTwice", "<a b=\"1\" c=\"\" b=\"2\"/>", "twice"},
     {"NotInItsEncoding", "<a b=\"\xE9\"/>", "no text"},
     {"SecondDeclaration", "<!--c--><?xml version=\"1.0\"?><a/>", "at the beginning"},
     {"ControlCharacter", "<a>\x01</a>", "no text"},
