@@ -34,6 +34,8 @@ constexpr std::uint32_t kLimitMs = 60'000;
 class TestChannel : public RpcChannel {
 public:
     using RpcChannel::Lock;
+    using RpcChannel::m_BlockCount;
+    using RpcChannel::m_BlockSize;
     using RpcChannel::m_MemPool;
     using RpcChannel::m_Name;
     using RpcChannel::m_SharedMem;
@@ -361,6 +363,32 @@ TEST_F(RpcChannelTest, ReportsWhatIsDoneInTheWrongState) {
     m_Channel.Close();
     EXPECT_EQ(m_Channel.OpenServer(u"s"), EADDRINUSE);
     EXPECT_EQ(m_Log.Count("Can not Register Class"), 1U);
+}
+
+TEST_F(RpcChannelTest, KeepsOutClientsWithAHeapOfAnotherShape) {
+    Server server = StartServer();
+    std::uint32_t const usualSize = m_Channel.m_BlockSize;
+    std::uint32_t const usualCount = m_Channel.m_BlockCount;
+    m_Channel.m_BlockSize = usualSize * 2;
+    EXPECT_EQ(m_Channel.OpenClient(), EINVAL);
+    m_Channel.m_BlockCount = usualCount / 2;
+    EXPECT_EQ(m_Channel.OpenClient(), EBADMSG);
+    m_Channel.m_BlockSize = usualSize;
+    m_Channel.m_BlockCount = usualCount;
+    ASSERT_EQ(m_Channel.OpenClient(), 0);
+    EXPECT_EQ(m_Channel.Order(server.endpoint, 'x'), 0);
+}
+
+TEST_F(RpcChannelTest, HasRoomForMoreInAHeapOfAnotherShape) {
+    m_Channel.m_BlockSize = 4096;
+    m_Channel.m_BlockCount = 1024;
+    ASSERT_EQ(m_Channel.OpenServer(u"s"), 0);
+    constexpr std::uint32_t kOverhead = 16;
+    std::uint32_t const all = m_Channel.m_BlockSize * m_Channel.m_BlockCount - kOverhead;
+    EXPECT_EQ(m_Channel.NewHandle(all + 1), 0U);
+    std::uint32_t const handle = m_Channel.NewHandle(all);
+    EXPECT_EQ(m_Channel.HandleSize(handle), all);
+    m_Channel.DisposeHandle(handle);
 }
 
 TEST_F(RpcChannelTest, GivesHandlesWithRoomForTheHeader) {

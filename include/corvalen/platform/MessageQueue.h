@@ -34,7 +34,8 @@ using TimerProc = void (*)(std::uint32_t window, std::uint32_t message, std::uin
 /// or gives Descriptor() to the loop that it has already (epoll, GLib, Qt, libuv, asio), and takes what is
 /// there whenever the descriptor is readable.
 ///
-/// Threads: a queue belongs to its thread; call it there only.
+/// Threads: a queue belongs to its thread; call it there only. Who wants to end the loop from elsewhere sends
+/// a notification to a channel of the thread, or polls a descriptor of his own beside Descriptor().
 /// Errors: nothing throws but a failed allocation.
 class CORVALEN_API MessageQueue {
 public:

@@ -106,7 +106,8 @@ protected:
 ///
 /// White space inside elements, comments, instructions and the document type are kept as loaded. Nothing is
 /// read from anywhere else, and no entity is ever expanded: a document whose text refers to entities of its
-/// own is refused.
+/// own is refused. Some slips are let through and saved in the form that XML wants: '<' in the value of an
+/// attribute, "]]>" in a text, "--" in a comment. Namespaces and the document type are not looked into.
 class CORVALEN_API XmlDocument : public XmlNode {
 public:
     /// Elements inside each other, from the top to the lowest.
@@ -119,7 +120,7 @@ public:
     [[nodiscard]] static XmlDocument Create();
     /// Reads a document in UTF-8, UTF-16, UTF-32 (with or without a byte order mark) or declared ISO-8859-1.
     /// None if it is no XML with one element at the top, or deeper than kMaxDepth; `error`, unless null, then
-    /// gets the reason with the place.
+    /// gets the reason, and the place if the parser stopped there.
     [[nodiscard]] static XmlDocument Load(std::string_view bytes, std::string* error = nullptr);
     /// The same with the content of a file; the error names the file.
     [[nodiscard]] static XmlDocument LoadFile(char const* path, std::string* error = nullptr);

@@ -22,18 +22,22 @@ class SharedMemory;
 ///
 /// Ownership of a handle: the sender's until its message is accepted, then the receiver's until its handler
 /// returns (the library disposes of it there), and an answer is the requester's. After a failed Request or
-/// Notify the handle is gone. What nobody will dispose of any more, an answer that came too late or what a
-/// dead process held, PurgeHandles finds.
+/// Notify the handle is no longer the sender's: it is gone, or at ETIMEDOUT still the handler's that is at
+/// it. What nobody will dispose of any more, an answer that came too late or what a dead process held,
+/// PurgeHandles finds.
 ///
 /// Threads: open and close on one thread. Handle operations, Request and Notify on any. While Request waits
 /// it serves requests to channels of its own thread, so two endpoints may ask each other at the same time.
 /// Processes: the server opens first and formats the heap; a server that opens again makes all handles
-/// invalid. A process has at most one endpoint of a name in its life. Who dies, whenever, leaves the others
-/// working; a caller that waits for him is free within some milliseconds. A child made by fork can't use its
-/// parent's channel. Errors: 0, kNotOpen, kOpenAlready or an errno value: ESRCH no such living endpoint,
-/// ECONNRESET it died while it handled the request, ETIMEDOUT, EAGAIN its inbox is full, EADDRINUSE this
-/// process has had an endpoint of that name, EBADMSG the region holds no heap of this channel, ENOSPC no
-/// shared memory left. Nothing throws but a failed allocation.
+/// invalid, so HandleData may give null for a handle that was good a moment ago. A name has one server at a
+/// time: a second one, whatever its title, would do the same to the first. A process has at most one endpoint
+/// of a name in its life, also after Close. Every user of the machine may open a channel: check what a
+/// handle holds. Who dies, whenever, leaves the others working; a caller that waits for him is free within
+/// some milliseconds. A child made by fork can't use its parent's channel. Errors: 0, kNotOpen, kOpenAlready
+/// or an errno value: ESRCH no such living endpoint, ECONNRESET it died while it handled the request,
+/// ETIMEDOUT, EAGAIN its inbox is full, EADDRINUSE this process has had an endpoint of that name, EBADMSG the
+/// region holds no heap of this channel, EINVAL no usable name or the heap is smaller than this endpoint's,
+/// ENOSPC no shared memory left. Nothing throws but a failed allocation.
 class CORVALEN_API RpcChannel {
 public:
     static constexpr unsigned kRequestMessage = 1024;
@@ -61,9 +65,11 @@ public:
     /// Opens as the server that clients find by `serverName` (255 characters at most), on the calling thread,
     /// and formats the heap.
     int OpenServer(char16_t const* serverName);
-    /// Opens as a client, on the calling thread.
+    /// Opens as a client, on the calling thread. EBADMSG, and a line of the log, until a server of this name
+    /// has opened: then try again.
     int OpenClient();
-    /// Closes what was opened, on the thread that opened it.
+    /// Closes what was opened, on the thread that opened it. If handles live on in the channel, whoever has
+    /// them, a line of the log tells how many.
     void Close();
     [[nodiscard]] bool IsOpen() const { return m_Ref != 0; }
     /// The endpoint by which others reach this channel; 0 while it is closed.
@@ -75,7 +81,8 @@ public:
     /// Whether `ref` is a living endpoint of this channel's name.
     [[nodiscard]] bool IsRefValid(std::uint32_t ref) const;
 
-    /// Allocates `size` bytes in the heap; 0 if it is full. The bytes are not cleared.
+    /// Allocates `size` bytes in the heap; 0 if it has no free run of blocks that is long enough. The bytes
+    /// are not cleared.
     [[nodiscard]] std::uint32_t NewHandle(std::uint32_t size);
     /// Frees; an invalid handle is ignored.
     void DisposeHandle(std::uint32_t handle);
@@ -87,7 +94,8 @@ public:
 
     /// Sends `handle` (or 0) to the endpoint `target` and waits at most `timeout` milliseconds for the
     /// answer, which goes to `*reply`: a handle that the caller disposes of, or 0. After an error `*reply` is
-    /// 0 and the handle gone; with kNotOpen both are untouched.
+    /// 0 and the handle no longer the caller's; with kNotOpen both are untouched. There is no wait without
+    /// limit. Requires: `reply` is not null.
     int Request(std::uint32_t target, std::uint32_t handle, std::uint32_t* reply, std::uint32_t timeout);
     /// Posts `handle` (or 0) to `target`. After an error the handle is gone, but with kNotOpen.
     int Notify(std::uint32_t target, std::uint32_t handle);
@@ -114,6 +122,9 @@ protected:
 
     char16_t m_Name[kMaxName + 1] = {};
     std::uint32_t m_Ref = 0;
+    /// The shape of the heap, 1 MiB of blocks; a handle takes whole ones, for its size and 16 bytes more. A
+    /// derived class may set others before it opens, 65535 each at most and less than 4 GiB in all, the same
+    /// for all endpoints of the name.
     std::uint32_t m_BlockSize = 256;
     std::uint32_t m_BlockCount = 4096;
     MemoryPool* m_MemPool = nullptr;

@@ -9,7 +9,8 @@ namespace System {
 
 /// Owns a thread that takes and dispatches the messages of its own queue until it is stopped: those of
 /// windows and timers that are made on it, and what is posted to them. The thread never sleeps and keeps the
-/// first processor busy.
+/// first processor busy. Only a Run that overrides this one can make them there: where a thread is to have
+/// some, or is to sleep, a CComThread with the loop of Platform::MessageQueue is the better choice.
 ///
 /// Threads: Init, Abort and the destructor belong to the thread that controls the object; Abort may also come
 /// from elsewhere. Run is the worker's.

@@ -14,8 +14,10 @@ struct GsmHiCharRec {
 /// for each seven-bit code, not packed, and the escape 0x1B before the code of an extension character.
 ///
 /// Code 0x09 is the small c with cedilla. ToUtf8 drops an escape that no extension code follows, without an
-/// error; a byte with bit 7 set is malformed. The missing character is a GSM code, 0 to 0x7F, or the negated
-/// code of an extension character (-0x65 is the euro sign); 0 and -1 mean none.
+/// error; a byte with bit 7 set is malformed. FromUtf8 turns U+0000 into a bare escape, so that the character
+/// behind it may come back as another one: take it out of texts that you do not trust. The missing character
+/// is a GSM code, 0 to 0x7F, or the negated code of an extension character (-0x65 is the euro sign); 0 and -1
+/// mean none.
 class CORVALEN_API GsmConv : public Utf8Converter {
 public:
     /// Counts up; the first call makes the object.

@@ -14,9 +14,12 @@ namespace System::Text {
 ///
 /// This converter differs from the others: a character that the code set can't hold becomes `?`, and bytes
 /// that it does not define become U+FFFD. Malformed UTF-8 is logged, one warning for each byte, and is an
-/// error only if nothing else came through. FromUtf8 gives all or nothing: E2BIG with an empty output if
-/// `dst` is too small. ToUtf8 cuts the text instead and says 0, unless not even the first character fits
-/// (E2BIG); it asks for one byte more than a two- or three-byte character needs.
+/// error only if nothing else came through. IsValid is true for any bytes. FromUtf8 gives all or nothing:
+/// E2BIG if `dst` is too small, with `*outLen` 0 whatever stands in `dst` then. ToUtf8 cuts the text instead
+/// and says 0, unless not even the first character fits (E2BIG); it asks for one byte more than a two- or
+/// three-byte character needs. ToUtf8BufferSize does not count that byte, and StrToUtf8, ToUtf8_NF and
+/// CTextUtils go by it: where each byte of a text becomes three (Thai in TIS-620, a lone euro sign), they
+/// lose the last character. Call ToUtf8 with a byte more there.
 class CORVALEN_API NativeConv : public Utf8Converter {
 public:
     /// Counts up; the first call makes the object.

@@ -42,7 +42,8 @@ public:
     /// A new BSTR of `src`, which stays the caller's; for a null `src`, `dst` stays as it was.
     static void ConvertWCHAR_NFtoBSTR(char16_t const* src, char16_t*& dst);
 
-    /// The local code page to a new block of UTF-8, and back.
+    /// The local code page to a new block of UTF-8, and back. What NativeConv tells of a last character that
+    /// is lost holds for all conversions from the local code page.
     static unsigned int ConvertLOCALCPtoUTF8_NF(char const* src, unsigned int srcLen, char*& dst);
     static unsigned int ConvertUTF8toLOCALCP_NF(char const* src, unsigned int srcLen, char*& dst);
     /// The same into a string, which then holds the text before the first NUL alone.

@@ -12,7 +12,8 @@ namespace System::Text {
 /// Overlong forms and surrogate values are read as they stand; a surrogate pair is two characters.
 ///
 /// Every length is in bytes, also for 16-bit units. A NUL byte is a character like any other. No conversion
-/// writes a terminator, or anything behind the bytes that it counts in `*outLen`, or part of a character.
+/// writes a terminator, or anything behind the bytes that it counts in `*outLen`, or part of a character
+/// (NativeConv tells where it does otherwise).
 ///
 /// Results of a conversion:
 ///
@@ -38,7 +39,8 @@ public:
     /// Bytes that are always enough for FromUtf8 of `srcLen` bytes. `src` is not read; the result wraps at
     /// 32 bits.
     [[nodiscard]] virtual unsigned int FromUtf8BufferSize(char const* src, unsigned int srcLen) const = 0;
-    /// Bytes that are enough for ToUtf8 of `srcLen` well-formed bytes; otherwise as FromUtf8BufferSize.
+    /// Bytes that are enough for ToUtf8 of `srcLen` well-formed bytes (but for NativeConv, see there);
+    /// otherwise as FromUtf8BufferSize.
     [[nodiscard]] virtual unsigned int ToUtf8BufferSize(void const* src, unsigned int srcLen) const = 0;
 
     /// Converts external form to UTF-8. `*outLen` gets the bytes written to `dst`, whatever the result.
