@@ -47,7 +47,7 @@ XmlKind KindOf(pugi::xml_node node) {
 
 XmlNodeState& RequireElement(std::shared_ptr<XmlNodeState> const& state) {
     XmlNodeState& found = Require(state);
-    RequireThat(!found.attribute && found.node.type() == pugi::node_element, XmlError::kPointer);
+    RequireThat(found.isElement, XmlError::kPointer);
     return found;
 }
 
@@ -164,9 +164,17 @@ XmlNode XmlNode::Attribute(std::u16string_view name) const {
 }
 
 bool XmlNode::ChangeAttribute(std::u16string_view name, std::u16string_view value) const {
-    pugi::xml_attribute attribute = RequireElement(m_State).node.attribute(Utf8Of(name).c_str());
-    RequireThat(!attribute || attribute.set_value(RequireText(value).c_str()));
-    return static_cast<bool>(attribute);
+    // Both before either is used: what has just been written byte by byte is slow to read.
+    std::string const nameText = Utf8Of(name);
+    std::string const text = Utf8Of(value);
+    pugi::xml_attribute attribute = RequireElement(m_State).node.attribute(nameText.c_str());
+    bool const isPossible = IsXmlText(text);
+    if (isPossible && attribute.set_value(text.c_str())) {
+        return true;
+    }
+    // There is none, or it can't have this value.
+    RequireThat(!attribute, isPossible ? XmlError::kFail : XmlError::kInvalidArgument);
+    return false;
 }
 
 void XmlNode::SetAttribute(XmlNode const& attribute) const {

@@ -100,14 +100,12 @@ bool IsCharacterReference(std::string_view digits) {
 }  // namespace
 
 std::string Utf8Of(std::u16string_view text) {
+    std::string utf8(text.size(), '\0');
     std::size_t plain = 0;
-    while (plain < text.size() && text[plain] < 0x80) {
-        ++plain;
+    for (char* to = utf8.data(); plain < text.size() && text[plain] < 0x80; ++plain) {
+        to[plain] = static_cast<char>(text[plain]);
     }
-    std::string utf8(plain, '\0');
-    for (std::size_t i = 0; i < plain; ++i) {
-        utf8[i] = static_cast<char>(text[i]);
-    }
+    utf8.resize(plain);
     for (std::size_t i = plain; i < text.size(); ++i) {
         char32_t c = text[i];
         if (IsSurrogate(c)) {

@@ -225,6 +225,7 @@ std::shared_ptr<XmlNodeState> XmlTree::StateOf(pugi::xml_node node, pugi::xml_at
     state->tree = shared_from_this();
     state->node = node;
     state->attribute = attribute;
+    state->isElement = !attribute && node.type() == pugi::node_element;
     held.emplace(key, state.get());
     return state;
 }

@@ -53,6 +53,7 @@ struct XmlNodeState : std::enable_shared_from_this<XmlNodeState> {
     std::shared_ptr<XmlTree> tree;
     pugi::xml_node node;
     pugi::xml_attribute attribute;
+    bool isElement = false;  // what a node is never changes
 };
 
 /// Moves a node of `source` with all that is below it to the end of `parent` in `target`.

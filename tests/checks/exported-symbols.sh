@@ -16,5 +16,7 @@ if [ "${2:-}" = --update ]; then
     exported >"$list"
     exit
 fi
-echo "lines with - are missing from the library, lines with + are not in the list"
-diff -u "$list" <(exported)
+if ! diff -u "$list" <(exported); then
+    echo "lines with - are missing from the library, lines with + are not in the list"
+    exit 1
+fi
