@@ -6,6 +6,7 @@
 #include "platform/ErrnoGuard.h"
 #include "platform/Futex.h"
 #include "platform/Processor.h"
+#include "platform/StopDelay.h"
 
 namespace System::Platform {
 
@@ -73,6 +74,8 @@ LockResult Mutex::Wait(std::uint32_t mark, std::int64_t timeoutMs) noexcept {
 
 // Counted before the barrier: behind it either the lock is seen free here, or who frees it sees the count.
 void Mutex::Sleep(std::int64_t limitNs) noexcept {
+    // A thread that is stopped by force must not stay in the count. The stop interrupts the sleep.
+    StopDelay const stopDelay;
     auto& sleepers = SleepersAt(this);
     sleepers.fetch_add(1, std::memory_order_relaxed);
     HeavyBarrier();
