@@ -51,15 +51,16 @@ public:
     /// Hands `message` to the procedure of its window or timer and returns the procedure's result; 0 if there
     /// is no such window or timer any more.
     long Dispatch(Message const& message);
-    /// Sleeps until Peek has something to do, at most `timeoutMs` milliseconds (kForever: without limit), and
-    /// returns whether it has. Looks for a while before it sleeps if that has lately paid.
+    /// Sleeps until Peek has something to do, at most `timeoutMs` milliseconds (kForever, or below 0: without
+    /// limit), and returns whether it has. Looks for a while before it sleeps if that has lately paid.
     bool Wait(int timeoutMs = kForever);
     /// A descriptor that is readable exactly while Peek has something to do; -1 if the system has none to
     /// give. It stays the queue's: poll it, never read, write or close it.
     int Descriptor();
 
     /// Starts a timer of this thread that ticks every `periodMs` milliseconds while the thread takes its
-    /// messages. Ticks that were not taken in time count as one. Returns its id, 0 on failure.
+    /// messages. Ticks that were not taken in time count as one. Returns its id, 0 on failure and for
+    /// a null `proc`.
     std::uint32_t SetTimer(std::uint32_t periodMs, TimerProc proc);
     /// Ends a timer of this thread; false if there is none with this id.
     bool KillTimer(std::uint32_t id);

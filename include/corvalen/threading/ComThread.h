@@ -19,7 +19,7 @@ class CORVALEN_API IRunnable {
 public:
     virtual ~IRunnable();
 
-    /// The thread's body; returns when the work has ended.
+    /// The thread's body; returns when the work has ended. An exception that leaves it ends the process.
     virtual void Run() = 0;
     /// Asks Run to end. Called on another thread while Run is running, which then has 2 seconds to return.
     virtual void Abort() = 0;
@@ -56,6 +56,7 @@ public:
 /// caller's and has to outlive the thread.
 class CORVALEN_API CComThread : public IThread {
 public:
+    /// Requires: `runnable` is not null.
     explicit CComThread(IRunnable* runnable);
     /// Stops the thread as Abort does if it still runs, after it has left the list.
     ~CComThread() override;

@@ -30,8 +30,8 @@ public:
     /// Gives the event up, if there is one; it stays away.
     virtual void Close();
     virtual void Reset();
-    /// Waits up to `timeoutMs` milliseconds, 0 only looks, kForever has no limit. True only if the event was
-    /// signalled within that time.
+    /// Waits up to `timeoutMs` milliseconds, 0 only looks, kForever has no limit, and any other value below 0
+    /// is some 49 days. True only if the event was signalled within that time.
     virtual bool WaitOne(int timeoutMs);
     /// Waits without a limit.
     virtual void WaitOne();

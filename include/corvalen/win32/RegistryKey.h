@@ -59,8 +59,8 @@ public:
     bool GetValue(char16_t const* name, char16_t* output, unsigned int size);
 
     /// Opens the key at `path`, names with backslashes between them, for reading or for reading and writing.
-    /// An empty path is this key once more. Null if there is none, or if `isWritable` and this process may
-    /// not write the file that holds it. The caller deletes the result.
+    /// An empty or null path is this key once more. Null if there is none, or if `isWritable` and this
+    /// process may not write the file that holds it. The caller deletes the result.
     [[nodiscard]] RegistryKey* OpenSubKey(char16_t const* path);
     [[nodiscard]] RegistryKey* OpenSubKey(char16_t const* path, bool isWritable);
 
