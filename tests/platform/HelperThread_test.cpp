@@ -5,10 +5,10 @@
 #include <sched.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <new>
 
@@ -17,6 +17,7 @@
 #include "platform/Thread.h"
 #include "platform/ThreadId.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Unique.h"
 
 namespace {
 
@@ -31,9 +32,15 @@ private:
     std::function<void()> m_Work;
 };
 
-std::ptrdiff_t ThreadsNow() {
+// The system may list a thread for a moment after it has been joined.
+bool AreHelpersGone() {
     namespace fs = std::filesystem;
-    return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
+    return Support::WaitUntil([] {
+        return std::none_of(fs::directory_iterator("/proc/self/task"), fs::directory_iterator(),
+                            [](fs::directory_entry const& thread) {
+                                return Support::ReadFile(thread.path() / "comm") == "corvalen helper\n";
+                            });
+    });
 }
 
 class HelperThreadTest : public testing::Test {
@@ -49,7 +56,6 @@ protected:
         m_Helper.Give(std::make_unique<Call>(std::move(work)));
     }
 
-    std::ptrdiff_t const m_ThreadsBefore = ThreadsNow();
     HelperThread m_Helper;
 };
 
@@ -71,8 +77,7 @@ TEST_F(HelperThreadTest, RunsEveryTaskOnceAndIsGoneAfterwards) {
     }
     EXPECT_EQ(runs, given);
     EXPECT_GE(given, 100);
-    // The system may list a thread for a moment after it has been joined.
-    EXPECT_TRUE(Support::WaitUntil([&] { return ThreadsNow() == m_ThreadsBefore; }));
+    EXPECT_TRUE(AreHelpersGone());
 }
 
 TEST_F(HelperThreadTest, HasOneTaskWaitThatItsMakerTakesBackToFinish) {
@@ -113,7 +118,7 @@ TEST_F(HelperThreadTest, LeavesWhenItIsIdleAndIsReplacedWhenThereIsWork) {
         Event done(EventReset::kAuto);
         Give([&] { done.Set(); });
         EXPECT_TRUE(done.Wait(-1));
-        EXPECT_TRUE(Support::WaitUntil([&] { return ThreadsNow() == m_ThreadsBefore; }));
+        EXPECT_TRUE(AreHelpersGone());
     }
 }
 
@@ -144,8 +149,25 @@ TEST_F(HelperThreadTest, EndsByItselfWhenItsMakerIsEndedByForce) {
     ASSERT_TRUE(shared.finishing.Wait(-1));
     EXPECT_TRUE(maker->ForceEnd());
     shared.released.Set();
-    EXPECT_TRUE(Support::WaitUntil([&] { return ThreadsNow() == m_ThreadsBefore; }));
+    EXPECT_TRUE(AreHelpersGone());
     EXPECT_TRUE(shared.ran);
+}
+
+TEST_F(HelperThreadTest, LeavesTheTasksToItsMakerWhereTheSystemHasNoThreadToGive) {
+    constexpr std::size_t kMoreThanThereIs = std::size_t{1} << 47;
+    pthread_attr_t before;
+    pthread_attr_t greedy;
+    ASSERT_EQ(::pthread_getattr_default_np(&before), 0);
+    ASSERT_EQ(::pthread_attr_init(&greedy), 0);
+    ASSERT_EQ(::pthread_attr_setstacksize(&greedy, kMoreThanThereIs), 0);
+    ASSERT_EQ(::pthread_setattr_default_np(&greedy), 0);
+    std::uint32_t runner = 0;
+    Give([&] { runner = CurrentThreadId(); });
+    EXPECT_EQ(runner, CurrentThreadId());
+    EXPECT_FALSE(m_Helper.HasRoom());
+    EXPECT_EQ(::pthread_setattr_default_np(&before), 0);
+    ::pthread_attr_destroy(&greedy);
+    ::pthread_attr_destroy(&before);
 }
 
 TEST_F(HelperThreadTest, IsNotWantedWhereThereIsOneProcessor) {
