@@ -176,6 +176,13 @@ public:
         }
     }
 
+    // The same once more for what is left, on this thread alone.
+    void EmptyAlone(FileDescriptor const& parent, char const* name, unsigned units) {
+        m_Helper = nullptr;
+        m_Levels.clear();
+        Empty(parent, name, units);
+    }
+
 private:
     void Remove(Level& level, Entry const& entry) {
         ++m_Entries;
@@ -334,10 +341,23 @@ bool RemoveTree(char const* path, unsigned unitLimit) {
     if (!tree) {
         return false;
     }
+    char const* const name = tree->name.c_str();
+    auto const isGone = [&] {
+        return ::unlinkat(tree->parent.Get(), name, AT_REMOVEDIR) == 0;
+    };
     HelperThread helper;
-    TreeRemoval({unitLimit, std::nullopt}, &helper).Empty(tree->parent, tree->name.c_str(), UnitsOf(bare));
+    TreeRemoval removal({unitLimit, std::nullopt}, &helper);
+    removal.Empty(tree->parent, name, UnitsOf(bare));
     helper.Finish();
-    return ::unlinkat(tree->parent.Get(), tree->name.c_str(), AT_REMOVEDIR) == 0;
+    if (isGone()) {
+        return true;
+    }
+    if (!helper.WasUsed()) {
+        return false;
+    }
+    // Two threads may have lacked descriptors or memory where there is enough for one.
+    removal.EmptyAlone(tree->parent, name, UnitsOf(bare));
+    return isGone();
 }
 
 }  // namespace System::Platform::FileSystem

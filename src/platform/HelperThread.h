@@ -35,6 +35,8 @@ public:
     void Give(std::unique_ptr<Task> task);
     /// Runs the task that waits, if one does, and returns when the helper is done with its own as well.
     void Finish();
+    /// Whether it has ever been given a task.
+    [[nodiscard]] bool WasUsed() const { return m_Shared != nullptr; }
 
 private:
     struct Shared;
