@@ -38,14 +38,16 @@ MemoryPool::MemoryPool(std::uint16_t blockSize, std::uint16_t blockCount, void* 
 MemoryPool::MemoryPool(void* memory) {
     auto* const header = static_cast<PoolHeaderRec*>(memory);
     bool const isPool = header != nullptr && Load(header->signature) == kSignature;
-    if (!Serious(isPool, "m_Header->signature == kSignature")) {
+    Serious(isPool, "m_Header->signature == kSignature");
+    if (header == nullptr) {
         return;
     }
     auto const blockSize = static_cast<std::uint16_t>(Load(header->blockSize));
     auto const blockCount = static_cast<std::uint16_t>(Load(header->blockCount));
     bool const isWhole =
         FitsInto32Bits(blockSize, blockCount) && Load(header->len) == CalculateSize(blockSize, blockCount);
-    if (Serious(isWhole, "m_Header->len == CalculateSize(m_Header->blockSize, m_Header->blockCount)")) {
+    Serious(isWhole, "m_Header->len == CalculateSize(m_Header->blockSize, m_Header->blockCount)");
+    if (isPool && isWhole) {
         Bind(memory, blockSize, blockCount);
     }
 }

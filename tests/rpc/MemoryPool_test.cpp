@@ -257,7 +257,8 @@ TEST_F(MemoryPoolTest, WritesNothingWhereTheSizeDoesNotFit32Bits) {
 struct BadBlock {
     char const* name;
     PoolHeaderRec header;
-    char const* report;
+    bool hasSignature;
+    bool hasLength;
 };
 
 constexpr char kSignatureReport[] = "m_Header->signature == kSignature";
@@ -265,10 +266,10 @@ constexpr char kLengthReport[] = "m_Header->len == CalculateSize(m_Header->block
 constexpr std::uint32_t kGoodSignature = 0xC5F708A3;
 
 constexpr BadBlock kBadBlocks[] = {
-    {"Zeros", {}, kSignatureReport},
-    {"OtherSignature", {kGoodSignature + 1, 28 + 28, 16, 1, 1, 0, 0, 0, 1, 0, 1, 0}, kSignatureReport},
-    {"OtherLength", {kGoodSignature, 28 + 29, 16, 1, 1, 0, 0, 0, 1, 0, 1, 0}, kLengthReport},
-    {"LengthThatWrapped", {kGoodSignature, 656377, 65535, 65535, 1, 0, 0, 0, 1, 0, 1, 0}, kLengthReport},
+    {"Zeros", {}, false, false},
+    {"OtherSignature", {kGoodSignature + 1, 28 + 28, 16, 1, 1, 0, 0, 0, 1, 0, 1, 0}, false, true},
+    {"OtherLength", {kGoodSignature, 28 + 29, 16, 1, 1, 0, 0, 0, 1, 0, 1, 0}, true, false},
+    {"LengthThatWrapped", {kGoodSignature, 656377, 65535, 65535, 1, 0, 0, 0, 1, 0, 1, 0}, true, false},
 };
 
 class AttachToABadBlock : public MemoryPoolTest, public testing::WithParamInterface<BadBlock> {};
@@ -279,7 +280,9 @@ TEST_P(AttachToABadBlock, IsReportedAndNothingTouchesIt) {
     PoolHeaderRec const before = header;
     {
         OpenPool view(&header);
-        EXPECT_EQ(Reports(GetParam().report), 1U);
+        EXPECT_EQ(Reports(kSignatureReport), GetParam().hasSignature ? 0U : 1U);
+        EXPECT_EQ(Reports(kLengthReport), GetParam().hasLength ? 0U : 1U);
+        log.Clear();
         EXPECT_EQ(view.NewHandle(0), 0U);
         EXPECT_FALSE(view.CheckHandle(0x10000));
         view.DisposeHandle(0x10000);
@@ -289,7 +292,7 @@ TEST_P(AttachToABadBlock, IsReportedAndNothingTouchesIt) {
         EXPECT_TRUE(Live(view).empty());
     }
     EXPECT_EQ(std::memcmp(&header, &before, sizeof(header)), 0);
-    EXPECT_EQ(log.Lines().size(), 1U);
+    EXPECT_TRUE(log.Lines().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(, AttachToABadBlock, testing::ValuesIn(kBadBlocks),

@@ -65,8 +65,8 @@ public:
     /// Opens as the server that clients find by `serverName` (255 characters at most), on the calling thread,
     /// and formats the heap.
     int OpenServer(char16_t const* serverName);
-    /// Opens as a client, on the calling thread. EBADMSG, and a line of the log, until a server of this name
-    /// has opened: then try again.
+    /// Opens as a client, on the calling thread. EBADMSG, and two lines of the log, until a server of this
+    /// name has opened: then try again.
     int OpenClient();
     /// Closes what was opened, on the thread that opened it. If handles live on in the channel, whoever has
     /// them, a line of the log tells how many.
