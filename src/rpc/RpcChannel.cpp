@@ -75,7 +75,6 @@ int RpcChannel::Open(char16_t const* serverName) {
     if (error != 0) {
         return error;
     }
-    m_Epoch = Platform::ProcessEpoch();
     error = CreateRpcWindow(serverName != nullptr ? serverName : u"");
     if (error != 0) {
         ClosePool();
@@ -113,6 +112,7 @@ int RpcChannel::CreateRpcWindow(char16_t const* title) {
         Diagnostics::LogWarning("Can not Register Class");
         return error;
     }
+    m_Epoch = Platform::ProcessEpoch();
     return Platform::CreateMessageWindow(m_Name, TextOf(title), this, m_Ref);
 }
 
@@ -157,6 +157,9 @@ std::uint16_t RpcChannel::LockTag() const {
 }
 
 void RpcChannel::Lock() {
+    if (!CanUsePool()) {
+        return;
+    }
     m_SharedMem->Lock();
     if (m_SharedMem->LockCount() == 1) {
         if (!Verify(m_MemPool->LockTag() == 0, Gravity::kMinor, "m_MemPool->m_Header->filler == 0",
@@ -170,6 +173,9 @@ void RpcChannel::Lock() {
 }
 
 void RpcChannel::Unlock() {
+    if (!CanUsePool()) {
+        return;
+    }
     if (m_SharedMem->LockCount() == 1) {
         Verify(m_MemPool->LockTag() == LockTag(), Gravity::kMinor,
                "m_MemPool->m_Header->filler == (uint16)this", kSource);

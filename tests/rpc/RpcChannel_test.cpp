@@ -33,6 +33,8 @@ constexpr std::uint32_t kLimitMs = 60'000;
 
 class TestChannel : public RpcChannel {
 public:
+    using RpcChannel::CloseRpcWindow;
+    using RpcChannel::CreateRpcWindow;
     using RpcChannel::Lock;
     using RpcChannel::m_BlockCount;
     using RpcChannel::m_BlockSize;
@@ -355,7 +357,10 @@ TEST_F(RpcChannelTest, ReportsWhatIsDoneInTheWrongState) {
     EXPECT_EQ(m_Channel.HandleSize(1), 0U);
     EXPECT_EQ(m_Channel.HandleData(1), nullptr);
     EXPECT_FALSE(m_Channel.IsValidHandle(1));
-    EXPECT_EQ(m_Log.Asserted(1, "m_MemPool != NULL && m_SharedMem != NULL", "RpcChannel"), 4U);
+    m_Channel.Lock();
+    EXPECT_EQ(m_Channel.PurgeHandles(0, 1), 0U);
+    m_Channel.Unlock();
+    EXPECT_EQ(m_Log.Asserted(1, "m_MemPool != NULL && m_SharedMem != NULL", "RpcChannel"), 7U);
     EXPECT_EQ(m_Channel.OpenClient(), EBADMSG);
     ASSERT_EQ(m_Channel.OpenServer(u"s"), 0);
     EXPECT_EQ(m_Channel.OpenServer(u"s"), 17);
@@ -363,6 +368,22 @@ TEST_F(RpcChannelTest, ReportsWhatIsDoneInTheWrongState) {
     m_Channel.Close();
     EXPECT_EQ(m_Channel.OpenServer(u"s"), EADDRINUSE);
     EXPECT_EQ(m_Log.Count("Can not Register Class"), 1U);
+}
+
+TEST_F(RpcChannelTest, OfAWindowAloneSendsAndTakesMessagesWithoutAHandle) {
+    ASSERT_EQ(m_Channel.CreateRpcWindow(u"alone"), 0);
+    std::uint32_t const endpoint = m_Channel.LocalEndPoint();
+    EXPECT_EQ(m_Channel.FindServer(u"alone"), endpoint);
+    std::uint32_t reply = 5;
+    EXPECT_EQ(m_Channel.Request(endpoint, 0, &reply, kLimitMs), 0);
+    EXPECT_EQ(reply, 0U);
+    ASSERT_EQ(m_Channel.Notify(endpoint, 0), 0);
+    TakeOne();
+    EXPECT_EQ(m_Channel.notified, std::vector<std::uint32_t>{0});
+    m_Channel.CloseRpcWindow();
+    EXPECT_FALSE(m_Channel.IsOpen());
+    EXPECT_FALSE(m_Channel.IsRefValid(endpoint));
+    EXPECT_TRUE(m_Log.Lines().empty());
 }
 
 TEST_F(RpcChannelTest, KeepsOutClientsWithAHeapOfAnotherShape) {

@@ -112,7 +112,7 @@ protected:
     void CloseRpcWindow();
 
     /// The channel's lock: recursive within a thread, between threads and processes, without a time limit.
-    /// Hold it for short, and send nothing under it.
+    /// Hold it for short, and send nothing under it. On a closed channel they are reported and do nothing.
     void Lock();
     void Unlock();
     /// Notes in a handle's header that it is sent now, to `endpoint`.
