@@ -82,14 +82,15 @@ bool CMonitor::Init() {
     return false;
 }
 
-// A fork gives the thread that made it another id, and leaves it what it holds.
+// A fork gives the thread that made it another id, and leaves it what it holds. Without any owner on record,
+// after an unlock too many, holding the mutex does not count.
 bool CMonitor::IsOwner(std::uint32_t thread) const {
-    return m_Thread.load(std::memory_order_relaxed) == thread ||
-           (m_Mutex != nullptr && m_Mutex->IsHeldByCaller());
+    std::uint32_t const owner = m_Thread.load(std::memory_order_relaxed);
+    return owner == thread || (owner != 0 && m_Mutex != nullptr && m_Mutex->IsHeldByCaller());
 }
 
 bool CMonitor::IsTakenAgain() const {
-    return m_Mutex != nullptr && m_Mutex->Depth() > 1;
+    return m_Thread.load(std::memory_order_relaxed) != 0 && m_Mutex != nullptr && m_Mutex->Depth() > 1;
 }
 
 }  // namespace System::Threading

@@ -83,6 +83,28 @@ TEST(Monitor, StaysLockedThroughAnUnlockByAnotherThread) {
     monitor.Unlock();
 }
 
+TEST(Monitor, HasNoOwnerAnyMoreWhenOtherThreadsHaveCountedItDown) {
+    Support::LogCapture log;
+    CMonitor monitor;
+    monitor.Lock();
+    std::thread([&] { monitor.Unlock(); }).join();
+    EXPECT_EQ(monitor.LockCount(), 0u);
+    EXPECT_FALSE(monitor.Locked());
+    monitor.Unlock();
+    EXPECT_EQ(log.Asserted(0, kNotOwner, "Monitor"), 2u);
+    monitor.Lock();
+    EXPECT_EQ(log.Asserted(0, kNotOwner, "Monitor"), 3u);
+    std::thread([&] {
+        monitor.Unlock();
+        monitor.Unlock();
+    }).join();
+    monitor.Lock();
+    EXPECT_EQ(log.Asserted(0, kNotOwner, "Monitor"), 6u);
+    EXPECT_TRUE(monitor.Locked());
+    EXPECT_EQ(monitor.LockCount(), 1u);
+    monitor.Unlock();
+}
+
 TEST(Monitor, ReportsItsDestructionWhileOwned) {
     Support::LogCapture log;
     auto monitor = std::make_unique<CMonitor>();
