@@ -9,9 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
+#include "platform/Clock.h"
 #include "platform/ProcessEpoch.h"
 #include "platform/Retry.h"
 #include "platform/StopDelay.h"
@@ -24,17 +24,12 @@ namespace {
 // of lines the look costs nothing that could be measured.
 constexpr std::int64_t kLookIntervalNs = 20'000'000;
 constexpr std::int64_t kLookIntervalBytes = 64 * 1024;
-constexpr std::int64_t kNsPerSecond = 1'000'000'000;
+// A line this soon behind the last one belongs to a stream: nobody has changed the file in between and gone
+// on to have a line written, which takes a system call at least.
+constexpr std::int64_t kPauseNs = 250;
 // Lines up to this length are put together first, which costs less than a write of many pieces.
 constexpr std::size_t kGatherSize = 4096;
 constexpr mode_t kMode = 0666;
-
-std::int64_t CoarseNs() {
-    timespec now{};
-    // This clock exists on every Linux, so that the call can't fail.
-    static_cast<void>(::clock_gettime(CLOCK_MONOTONIC_COARSE, &now));
-    return now.tv_sec * kNsPerSecond + now.tv_nsec;
-}
 
 bool IsLockedByOther(int file, int operation) {
     // Where a file system has no locks, rotating without one is better than never.
@@ -122,8 +117,9 @@ void AppendFile::Follow() {
     }
     // In a child of a fork the description, and with it the lock, is still the parent's.
     bool const isInherited = m_Epoch != ProcessEpoch();
-    std::int64_t const now = CoarseNs();
-    if (!isInherited && now < m_NextLookNs && m_Size < m_NextLookSize) {
+    std::int64_t const now = Clock::MonotonicNs();
+    bool const isInStream = now < m_LastLineNs + kPauseNs && now < m_NextLookNs && m_Size < m_NextLookSize;
+    if (isInStream && !isInherited) {
         return;
     }
     StopDelay const delay;
@@ -180,6 +176,7 @@ bool AppendFile::WriteAll(iovec* pieces, int count, std::size_t length) {
         Advance(pieces, count, static_cast<std::size_t>(step));
     }
     m_Size += static_cast<std::int64_t>(length);
+    m_LastLineNs = Clock::MonotonicNs();
     return true;
 }
 

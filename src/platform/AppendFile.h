@@ -29,8 +29,9 @@ public:
     [[nodiscard]] bool Open(std::string path, std::string olderPath);
     [[nodiscard]] bool IsOpen() const { return m_File.IsOpen(); }
 
-    /// Goes over to the file that bears the name now, if it was rotated or removed by someone else. Looks
-    /// there after some milliseconds or kilobytes only, so that it may be called before each line.
+    /// Goes over to the file that bears the name now, if it was rotated or removed by someone else, and takes
+    /// note of its size. In a stream of lines without a pause it looks there after some milliseconds or
+    /// kilobytes only, so that it may be called before each line.
     void Follow();
 
     /// Appends the pieces, at most kMaxPieces, as one line that arrives whole or not at all: what a full disk
@@ -67,6 +68,7 @@ private:
     bool m_IsRegular = false;
     std::int64_t m_Size = 0;
     std::uint32_t m_Epoch = 0;        // the process that opened it
+    std::int64_t m_LastLineNs = 0;    // when the last line was written
     std::int64_t m_NextLookNs = 0;    // when Follow looks again
     std::int64_t m_NextLookSize = 0;  // or from which size on
 };

@@ -244,6 +244,17 @@ TEST_P(ComponentLogFile, IsRotatedByTheFirstLineIfItIsTooLongAtTheStart) {
     EXPECT_EQ(std::filesystem::file_size(Older()), GetParam().limit + FirstLine().size() + LineLength() + 1);
 }
 
+TEST_P(ComponentLogFile, IsRotatedAtTheLimitAlsoWhenSomeoneElseHasJustFilledIt) {
+    auto const log = GetParam().open(Name());
+    Put(0, "");
+    std::filesystem::resize_file(Present(), GetParam().limit - LineLength());
+    Put(0, "");
+    EXPECT_EQ(std::filesystem::file_size(Present()), GetParam().limit);
+    EXPECT_FALSE(std::filesystem::exists(Older()));
+    Put(0, "");
+    EXPECT_EQ(ReadFile(Present()), FirstLine());
+}
+
 TEST_P(ComponentLogFile, GoesOnWithAFirstLineBehindEachLineIfTheOlderOneCantBeReplaced) {
     std::filesystem::create_directories(Older() + "/kept");
     FillUpTo(0);
