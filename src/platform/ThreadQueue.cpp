@@ -316,6 +316,14 @@ void* ThreadQueue::UserDataOf(std::uint32_t window) const {
     return found != nullptr ? found->userData : nullptr;
 }
 
+void ThreadQueue::ForgetUserData(std::uint32_t window) {
+    for (Window& own : m_Windows) {
+        if (own.id == window) {
+            own.userData = nullptr;
+        }
+    }
+}
+
 // True when the result is there; false when the time is up or the other side is gone. What is sent to this
 // thread meanwhile is served, so that two threads can ask each other at the same time.
 bool ThreadQueue::AwaitReply(PendingReply& reply, PeerInbox& peer, Deadline const& deadline) {

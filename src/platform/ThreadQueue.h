@@ -36,6 +36,7 @@ public:
                   std::uint32_t& window);
     int RemoveWindow(std::uint32_t window);
     [[nodiscard]] void* UserDataOf(std::uint32_t window) const;
+    void ForgetUserData(std::uint32_t window);
 
     SendOutcome Send(std::uint32_t window, unsigned message, unsigned wParam, long lParam,
                      std::int64_t timeoutMs);

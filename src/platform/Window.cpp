@@ -85,6 +85,10 @@ void* UserDataOf(std::uint32_t window) {
     return ThreadQueue::Current().UserDataOf(window);
 }
 
+void ForgetUserData(std::uint32_t window) {
+    ThreadQueue::Current().ForgetUserData(window);
+}
+
 bool IsWindowOfClass(std::uint32_t window, std::u16string_view className) {
     int error = 0;
     auto const peer = PeerInboxes::Find(InboxOfWindow(window), error);

@@ -24,6 +24,8 @@ int CreateMessageWindow(std::u16string_view className, std::u16string_view title
 int DestroyMessageWindow(std::uint32_t window);
 /// What was given to CreateMessageWindow; null if `window` is not a window of the calling thread.
 void* UserDataOf(std::uint32_t window);
+/// From now on it is null, if `window` is one of the calling thread.
+void ForgetUserData(std::uint32_t window);
 
 /// The first living window with this class and title, 0 if there is none. Looks at all of the machine.
 std::uint32_t FindMessageWindow(std::u16string_view className, std::u16string_view title);

@@ -56,7 +56,10 @@ RpcChannel::RpcChannel(char16_t const* name) {
 }
 
 RpcChannel::~RpcChannel() {
-    Verify(m_Ref == 0, Gravity::kMinor, "m_Ref == NULL", kSource);
+    if (!Verify(m_Ref == 0, Gravity::kMinor, "m_Ref == NULL", kSource)) {
+        // The window stays behind, and must not find us any more.
+        Platform::ForgetUserData(m_Ref);
+    }
 }
 
 int RpcChannel::OpenServer(char16_t const* serverName) {

@@ -9,8 +9,10 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "corvalen/platform/MessageQueue.h"
@@ -82,6 +84,21 @@ public:
 
     std::function<std::uint32_t(std::uint32_t, std::uint32_t)> onRequest;
     std::vector<std::uint32_t> notified;
+};
+
+class LeftOpen : public RpcChannel {
+public:
+    using RpcChannel::RpcChannel;
+    ~LeftOpen() override {
+        delete m_MemPool;
+        delete m_SharedMem;
+    }
+
+    std::uint32_t OnRequest(std::uint32_t, std::uint32_t) override {
+        ADD_FAILURE() << "called when it was gone";
+        return 0;
+    }
+    void OnNotify(std::uint32_t, std::uint32_t) override { ADD_FAILURE() << "called when it was gone"; }
 };
 
 void TakeOne() {
@@ -384,6 +401,21 @@ TEST_F(RpcChannelTest, OfAWindowAloneSendsAndTakesMessagesWithoutAHandle) {
     EXPECT_FALSE(m_Channel.IsOpen());
     EXPECT_FALSE(m_Channel.IsRefValid(endpoint));
     EXPECT_TRUE(m_Log.Lines().empty());
+}
+
+TEST_F(RpcChannelTest, ThatIsDestroyedOpenLeavesAnEndpointThatCallsNobody) {
+    std::string const name = Support::UniqueName("left");
+    std::optional<LeftOpen> left(std::in_place, std::u16string(name.begin(), name.end()).c_str());
+    ASSERT_EQ(left->OpenServer(u"left"), 0);
+    std::uint32_t const endpoint = left->LocalEndPoint();
+    left.reset();
+    EXPECT_EQ(m_Log.Asserted(1, "m_Ref == NULL", "RpcChannel"), 1U);
+    ASSERT_EQ(m_Channel.OpenServer(u"s"), 0);
+    std::uint32_t reply = 5;
+    EXPECT_EQ(m_Channel.Request(endpoint, 0, &reply, kLimitMs), 0);
+    EXPECT_EQ(reply, 0U);
+    EXPECT_EQ(m_Channel.Notify(endpoint, 0), 0);
+    TakeOne();
 }
 
 TEST_F(RpcChannelTest, KeepsOutClientsWithAHeapOfAnotherShape) {

@@ -50,7 +50,7 @@ public:
     /// A closed channel.
     explicit RpcChannel(char16_t const* name);
     /// Does not close: a derived class calls Close before it goes. A channel that is still open is reported,
-    /// and what it holds is left behind.
+    /// and what it holds is left behind: its endpoint stays, and leaves what it gets unhandled.
     virtual ~RpcChannel();
     RpcChannel(RpcChannel const&) = delete;
     RpcChannel& operator=(RpcChannel const&) = delete;
