@@ -6,12 +6,10 @@
 
 #include "text/RunsAvx2Maps.h"
 
-// The AVX2 runs between UTF-8 and units.
+// The AVX2 run from UTF-8 to units, and the table of them all.
 
 namespace System::Text {
 namespace {
-
-using Shuffle = std::array<std::uint8_t, 16>;
 
 // For each set of eight 16-bit lanes the shuffle that moves them to the front.
 constexpr std::array<Shuffle, 256> MakeLanePicks() {
@@ -31,11 +29,6 @@ constexpr std::array<Shuffle, 256> MakeLanePicks() {
 
 alignas(64) constexpr std::array<Shuffle, 256> kLanePicks = MakeLanePicks();
 
-CORVALEN_STEP void StoreLanes(std::uint8_t* out, __m128i units, unsigned lanes) {
-    auto const* const pick = reinterpret_cast<__m128i const*>(kLanePicks[lanes].data());
-    Store(out, _mm_shuffle_epi8(units, _mm_load_si128(pick)));
-}
-
 // 32 bytes of UTF-8, seen as characters that begin there. `starts` has a bit for each byte that begins one;
 // `carry` has the first bits of the next block set where the last characters go on.
 struct Utf8Block {
@@ -44,15 +37,18 @@ struct Utf8Block {
     bool isAscii;
 };
 
-constexpr std::ptrdiff_t kBlock = 32;
-constexpr std::ptrdiff_t kLookahead = 2;  // bytes behind a block that its last characters can reach
+constexpr std::size_t kBlock = 32;
+constexpr std::size_t kLookahead = 2;  // bytes behind a block that its last characters can reach
+
+// As signed numbers, 0x80 to 0xBF lie below -64, leads of two bytes below -32, of three below -16.
+CORVALEN_STEP std::uint32_t Continuations(__m256i bytes) {
+    return Mask(_mm256_cmpgt_epi8(Splat8(-64), bytes));
+}
 
 // False if the block holds a byte that is not in its place.
-CORVALEN_STEP bool Classify(std::uint8_t const* in, std::uint32_t carry, Utf8Block& block) {
-    __m256i const bytes = Load(in);
+CORVALEN_STEP bool Classify(__m256i bytes, std::uint32_t carry, Utf8Block& block) {
     std::uint32_t const high = Mask(bytes);
-    // As signed numbers, 0x80 to 0xBF lie below -64, leads of two bytes below -32, of three below -16.
-    std::uint32_t const next = Mask(_mm256_cmpgt_epi8(Splat8(-64), bytes));
+    std::uint32_t const next = Continuations(bytes);
     std::uint32_t const notThree = Mask(_mm256_cmpgt_epi8(Splat8(-32), bytes));
     std::uint32_t const notFour = Mask(_mm256_cmpgt_epi8(Splat8(-16), bytes));
     std::uint64_t const leads = high & ~next;
@@ -62,17 +58,14 @@ CORVALEN_STEP bool Classify(std::uint8_t const* in, std::uint32_t carry, Utf8Blo
     return static_cast<std::uint32_t>(expected) == next && (high & ~notFour) == 0;
 }
 
-// Writes the units of the characters that begin in the block: 64 bytes at `out`, the first of which count.
-// Gives that number. Reads kLookahead bytes more than the block.
-CORVALEN_STEP std::size_t StoreUnits(std::uint8_t const* in, Utf8Block const& block, std::uint8_t* out) {
-    __m256i const b0 = Load(in);
-    if (block.isAscii) {
-        Store(out, Widen(_mm256_castsi256_si128(b0)));
-        Store(out + 32, Widen(_mm256_extracti128_si256(b0, 1)));
-        return 64;
-    }
-    __m256i const b1 = Load(in + 1);
-    __m256i const b2 = Load(in + 2);
+// The units of characters whose first, second and third bytes are given: eight of the even and of the odd
+// quarter in each half.
+struct UnitLanes {
+    __m256i evens;
+    __m256i odds;
+};
+
+CORVALEN_STEP UnitLanes UnitsOf(__m256i b0, __m256i b1, __m256i b2) {
     __m256i const isThree = _mm256_cmpeq_epi8(_mm256_max_epu8(b0, Splat8(0xE0)), b0);
     // Of a character of two bytes the last two are b0 b1, of three b1 b2.
     __m256i const last = _mm256_blendv_epi8(b1, b2, isThree);
@@ -85,229 +78,134 @@ CORVALEN_STEP std::size_t StoreUnits(std::uint8_t const* in, Utf8Block const& bl
     // blendv looks at the top bit only, and that of b0 is set in all but ASCII.
     __m256i const low = _mm256_blendv_epi8(b0, lowBits, b0);
     __m256i const high = _mm256_blendv_epi8(_mm256_setzero_si256(), highBits, b0);
-    __m256i const evens = _mm256_unpacklo_epi8(low, high);
-    __m256i const odds = _mm256_unpackhi_epi8(low, high);
-    std::uint32_t const starts = block.starts;
-    std::uint8_t* const begin = out;
-    StoreLanes(out, _mm256_castsi256_si128(evens), starts & 0xFF);
-    StoreLanes(out + 2 * __builtin_popcount(starts & 0xFF), _mm256_castsi256_si128(odds), starts >> 8 & 0xFF);
-    out += 2 * __builtin_popcount(starts & 0xFFFF);
-    StoreLanes(out, _mm256_extracti128_si256(evens, 1), starts >> 16 & 0xFF);
-    StoreLanes(out + 2 * __builtin_popcount(starts >> 16 & 0xFF), _mm256_extracti128_si256(odds, 1),
-               starts >> 24);
-    return static_cast<std::size_t>(out - begin) +
-           2 * static_cast<std::size_t>(__builtin_popcount(starts >> 16));
+    return {_mm256_unpacklo_epi8(low, high), _mm256_unpackhi_epi8(low, high)};
 }
 
-// The same for the last block of a run: exactly the units of its whole characters. False if they do not fit.
-CORVALEN_STEP bool StoreLastUnits(std::uint8_t const* in, std::size_t length, Utf8Block const& block,
-                                  Cursor& c) {
-    std::uint8_t units[64];
-    std::size_t count = StoreUnits(in, block, units);
-    count = block.isAscii ? 2 * length : count;
-    if (block.carry != 0) {
-        // The character that goes on behind the block stays: it began two bytes before the end if one is
-        // missing.
-        count -= 2;
-        length -= IsContinuation(in[length - 1]) ? 2 : 1;
+template <bool isExact>
+CORVALEN_STEP std::uint8_t* StoreQuarter(std::uint8_t* out, __m128i units, std::uint32_t starts) {
+    std::uint32_t const lanes = starts & 0xFF;
+    return StorePart<isExact>(out, Pick(units, kLanePicks[lanes]), 2 * CountOf(lanes));
+}
+
+template <bool isExact>
+CORVALEN_STEP std::uint8_t* StoreUnits(std::uint8_t* out, UnitLanes const& units, std::uint32_t starts) {
+    out = StoreQuarter<isExact>(out, _mm256_castsi256_si128(units.evens), starts);
+    out = StoreQuarter<isExact>(out, _mm256_castsi256_si128(units.odds), starts >> 8);
+    out = StoreQuarter<isExact>(out, _mm256_extracti128_si256(units.evens, 1), starts >> 16);
+    return StoreQuarter<isExact>(out, _mm256_extracti128_si256(units.odds, 1), starts >> 24);
+}
+
+CORVALEN_STEP std::uint8_t* StoreAscii(std::uint8_t* out, __m256i bytes) {
+    Store(out, Widen(_mm256_castsi256_si128(bytes)));
+    Store(out + kBlock, Widen(_mm256_extracti128_si256(bytes, 1)));
+    return out + 2 * kBlock;
+}
+
+// Stores good blocks as long as the one behind is good too, which then writes over what they store and do not
+// count. `block` is the one at the cursor, and in the end the one that is left.
+CORVALEN_STEP void StoreGoodBlocks(Cursor& c, Utf8Block& block) {
+    Cursor at = c;  // stays in registers, while a store of bytes might change `c`
+    Utf8Block next;
+    while (at.Left() >= 2 * kBlock + kLookahead && at.Room() >= 2 * kBlock &&
+           Classify(Load(at.in + kBlock), block.carry, next)) {
+        __m256i const bytes = Load(at.in);
+        at.out = block.isAscii ? StoreAscii(at.out, bytes)
+                               : StoreUnits<false>(at.out, UnitsOf(bytes, Load(at.in + 1), Load(at.in + 2)),
+                                                   block.starts);
+        at.in += kBlock;
+        block = next;
     }
-    if (count > c.Room()) {
+    c = at;
+}
+
+// The bytes from the `count`-th on; zeros follow.
+template <int count>
+CORVALEN_STEP __m256i From(__m256i bytes) {
+    constexpr int kUpperThenZero = 0x81;
+    return _mm256_alignr_epi8(_mm256_permute2x128_si256(bytes, bytes, kUpperThenZero), bytes, count);
+}
+
+// Stores exactly the units of a block's whole characters, and moves the cursor, which stands in the block,
+// behind them. Those before the cursor are stored once more. False if there is no room.
+CORVALEN_STEP bool StoreLastUnits(std::uint8_t const* in, __m256i bytes, Utf8Block const& block, Cursor& c) {
+    std::size_t length = kBlock;
+    std::uint32_t starts = block.starts;
+    if (block.carry != 0) {
+        // The character that goes on behind the block stays.
+        length = kBlock - 1 - static_cast<std::size_t>(__builtin_clz(starts));
+        starts &= FirstBits(length);
+    }
+    std::size_t const before = CountOf(starts & FirstBits(static_cast<std::size_t>(c.in - in)));
+    if (2 * (CountOf(starts) - before) > c.Room()) {
         return false;
     }
-    CopyExactly(c.out, units, count);
-    c.in += length;
-    c.out += count;
+    std::uint8_t* const out = c.out - 2 * before;
+    c.out = block.isAscii ? StoreAscii(out, bytes)
+                          : StoreUnits<true>(out, UnitsOf(bytes, From<1>(bytes), From<2>(bytes)), starts);
+    c.in = in + length;
     return true;
 }
 
-// Fewer bytes than a block and what it looks ahead.
+// The end of a run, less than a block, together with bytes before it that are done.
+CORVALEN_STEP void TakeRest(Cursor& c) {
+    std::uint8_t const* const in = c.inEnd - kBlock;
+    __m256i const bytes = Load(in);
+    std::uint32_t const done = FirstBits(static_cast<std::size_t>(c.in - in));
+    Utf8Block block;
+    if (Classify(bytes, Continuations(bytes) & done, block)) {
+        StoreLastUnits(in, bytes, block, c);
+    }
+}
+
+// A text of less than a block, padded with NULs.
 CORVALEN_STEP void TakeShort(Cursor& c) {
     constexpr std::size_t kWorthIt = 6;
-    std::size_t const length = std::min<std::size_t>(c.Left(), kBlock);
-    if (length >= kWorthIt) {
-        std::uint8_t padded[kBlock + kLookahead + kBlock] = {};
-        CopyExactly(padded, c.in, std::min(c.Left(), length + kLookahead));
-        Utf8Block block;
-        if (Classify(padded, 0, block)) {
-            if (length < kBlock) {
-                block.starts &= (1U << length) - 1;
-            }
-            StoreLastUnits(padded, length, block, c);
+    std::size_t const length = c.Left();
+    if (length < kWorthIt) {
+        return;
+    }
+    std::uint8_t padded[kBlock] = {};
+    CopyExactly(padded, c.in, length);
+    __m256i const bytes = Load(padded);
+    Utf8Block block;
+    if (Classify(bytes, 0, block)) {
+        std::uint32_t const starts = block.starts & FirstBits(length);
+        if (2 * CountOf(starts) <= c.Room()) {
+            c.out = StoreUnits<true>(c.out, UnitsOf(bytes, From<1>(bytes), From<2>(bytes)), starts);
+            c.in = c.inEnd;
         }
     }
-    Portable::Utf8ToUnits(c);
 }
 
 CORVALEN_RUN_TARGET void Utf8ToUnits(Cursor& c) {
-    constexpr std::size_t kBlockRoom = 2 * kBlock;
-    while (c.Left() >= kBlock + kLookahead) {
+    std::uint8_t const* const begin = c.in;
+    while (c.Left() >= kBlock) {
         Utf8Block block;
-        if (c.Room() < kBlockRoom || !Classify(c.in, 0, block)) {
+        if (!Classify(Load(c.in), 0, block)) {
             Portable::Utf8ToUnits(c);
             return;
         }
-        // A block that is not the last of the run may be stored with more than it counts, since the next one,
-        // known to be good, writes over that.
-        Utf8Block next;
-        while (c.Left() >= 2 * kBlock + kLookahead && c.Room() >= kBlockRoom &&
-               Classify(c.in + kBlock, block.carry, next)) {
-            c.out += StoreUnits(c.in, block, c.out);
-            c.in += kBlock;
-            block = next;
-        }
-        if (!StoreLastUnits(c.in, kBlock, block, c)) {
-            c.in += __builtin_ctz(block.starts);  // the rest of a character that the block before has stored
+        StoreGoodBlocks(c, block);
+        std::uint8_t const* const last = c.in;
+        c.in += __builtin_ctz(block.starts);  // the rest of a character that the block before has stored
+        if (!StoreLastUnits(last, Load(last), block, c)) {
             Portable::Utf8ToUnits(c);
             return;
         }
     }
-    TakeShort(c);
-}
-
-// For four units in 32-bit lanes of lead, middle and last byte: the shuffle that drops the bytes they do not
-// have. Bit n of the index: unit n has a middle byte; bit 4 + n: it has a lead as well.
-constexpr std::array<Shuffle, 256> MakeBytePicks() {
-    std::array<Shuffle, 256> picks{};
-    for (unsigned index = 0; index < picks.size(); ++index) {
-        picks[index].fill(0x80);
-        unsigned to = 0;
-        for (unsigned unit = 0; unit < 4; ++unit) {
-            if ((index >> (4 + unit) & 1) != 0) {
-                picks[index][to++] = static_cast<std::uint8_t>(4 * unit);
-            }
-            if ((index >> unit & 1) != 0) {
-                picks[index][to++] = static_cast<std::uint8_t>(4 * unit + 1);
-            }
-            picks[index][to++] = static_cast<std::uint8_t>(4 * unit + 2);
-        }
+    if (c.in == begin) {
+        TakeShort(c);
+    } else if (c.in != c.inEnd) {
+        TakeRest(c);
     }
-    return picks;
-}
-
-alignas(64) constexpr std::array<Shuffle, 256> kBytePicks = MakeBytePicks();
-
-CORVALEN_STEP std::uint8_t* StoreBytes(std::uint8_t* out, __m128i bytes, unsigned index) {
-    auto const* const pick = reinterpret_cast<__m128i const*>(kBytePicks[index].data());
-    Store(out, _mm_shuffle_epi8(bytes, _mm_load_si128(pick)));
-    return out + 4 + __builtin_popcount(index);
-}
-
-// For eight units of at most two bytes in 16-bit lanes: the shuffle that drops the second byte where the
-// unit's bit is not set.
-constexpr std::array<Shuffle, 256> MakePairPicks() {
-    std::array<Shuffle, 256> picks{};
-    for (unsigned index = 0; index < picks.size(); ++index) {
-        picks[index].fill(0x80);
-        unsigned to = 0;
-        for (unsigned unit = 0; unit < 8; ++unit) {
-            picks[index][to++] = static_cast<std::uint8_t>(2 * unit);
-            if ((index >> unit & 1) != 0) {
-                picks[index][to++] = static_cast<std::uint8_t>(2 * unit + 1);
-            }
-        }
-    }
-    return picks;
-}
-
-alignas(64) constexpr std::array<Shuffle, 256> kPairPicks = MakePairPicks();
-
-CORVALEN_STEP std::uint8_t* StorePairs(std::uint8_t* out, __m128i pairs, unsigned index) {
-    auto const* const pick = reinterpret_cast<__m128i const*>(kPairPicks[index].data());
-    Store(out, _mm_shuffle_epi8(pairs, _mm_load_si128(pick)));
-    return out + 8 + __builtin_popcount(index);
-}
-
-constexpr std::size_t kUnits = 16;                  // of a step
-constexpr std::size_t kStepRoom = 3 * kUnits + 16;  // what a step may touch
-constexpr std::size_t kCover = 12;                  // bytes at most that a step writes and does not count
-
-// One bit for each unit.
-CORVALEN_STEP std::uint32_t UnitMask(__m256i units) {
-    __m256i const packed = _mm256_packs_epi16(units, _mm256_setzero_si256());
-    return Mask(_mm256_permute4x64_epi64(packed, 0b1000)) & 0xFFFF;
-}
-
-// Writes sixteen units as UTF-8, and up to kCover bytes more; gives the bytes that count.
-CORVALEN_STEP std::size_t StoreUtf8(__m256i units, std::uint8_t* out) {
-    if (_mm256_testz_si256(units, Splat16(0xFF80))) {
-        Store(out, Narrow(units));
-        return kUnits;
-    }
-    __m256i const zero = _mm256_setzero_si256();
-    __m256i const isAscii = _mm256_cmpeq_epi16(_mm256_and_si256(units, Splat16(0xFF80)), zero);
-    __m256i const isShort = _mm256_cmpeq_epi16(_mm256_and_si256(units, Splat16(0xF800)), zero);
-    __m256i const tail = _mm256_or_si256(_mm256_and_si256(units, Splat16(0x3F)), Splat16(0x80));
-    std::uint32_t const middles = ~UnitMask(isAscii);
-    std::uint8_t* const begin = out;
-    if (_mm256_testz_si256(units, Splat16(0xF800))) {
-        __m256i const lead2 = _mm256_or_si256(_mm256_srli_epi16(units, 6), Splat16(0xC0));
-        __m256i const pairs =
-            _mm256_or_si256(_mm256_blendv_epi8(lead2, units, isAscii), _mm256_slli_epi16(tail, 8));
-        out = StorePairs(out, _mm256_castsi256_si128(pairs), middles & 0xFF);
-        out = StorePairs(out, _mm256_extracti128_si256(pairs, 1), middles >> 8 & 0xFF);
-        return static_cast<std::size_t>(out - begin);
-    }
-    __m256i const last = _mm256_blendv_epi8(tail, units, isAscii);
-    // The middle byte is 0x80 with six bits, or 0xC0 with five where it leads.
-    __m256i const middle = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 6), Splat16(0x3F)),
-                                           _mm256_blendv_epi8(Splat16(0x80), Splat16(0xC0), isShort));
-    __m256i const lead = _mm256_or_si256(_mm256_srli_epi16(units, 12), Splat16(0xE0));
-    __m256i const front = _mm256_or_si256(lead, _mm256_slli_epi16(middle, 8));
-    __m256i const evens = _mm256_unpacklo_epi16(front, last);
-    __m256i const odds = _mm256_unpackhi_epi16(front, last);
-    std::uint32_t const leads = ~UnitMask(isShort);
-    out = StoreBytes(out, _mm256_castsi256_si128(evens), (middles & 15) | (leads & 15) << 4);
-    out = StoreBytes(out, _mm256_castsi256_si128(odds), (middles >> 4 & 15) | (leads & 0xF0));
-    out = StoreBytes(out, _mm256_extracti128_si256(evens, 1), (middles >> 8 & 15) | (leads >> 4 & 0xF0));
-    out = StoreBytes(out, _mm256_extracti128_si256(odds, 1), (middles >> 12 & 15) | (leads >> 8 & 0xF0));
-    return static_cast<std::size_t>(out - begin);
-}
-
-// The last units of a run, at most sixteen: exactly their bytes. False if they do not fit.
-CORVALEN_STEP bool StoreLastUtf8(Cursor& c) {
-    std::size_t const units = std::min(c.Left() / 2, kUnits);
-    std::uint8_t bytes[kStepRoom];
-    std::size_t count;
-    if (units == kUnits) {
-        count = StoreUtf8(Load(c.in), bytes);
-    } else {
-        std::uint8_t padded[2 * kUnits] = {};
-        CopyExactly(padded, c.in, 2 * units);
-        count = StoreUtf8(Load(padded), bytes) - (kUnits - units);
-    }
-    if (count > c.Room()) {
-        return false;
-    }
-    CopyExactly(c.out, bytes, count);
-    c.in += 2 * units;
-    c.out += count;
-    return true;
-}
-
-CORVALEN_RUN_TARGET void UnitsToUtf8(Cursor& c) {
-    // What a step writes and does not count, the units behind it write over: there is room for all of them.
-    constexpr std::size_t kMinLeft = 2 * (kUnits + kCover);
-    constexpr std::size_t kMinRoom = 3 * (kUnits + kCover);
-    for (;;) {
-        while (c.Left() >= kMinLeft && c.Room() >= kMinRoom) {
-            c.out += StoreUtf8(Load(c.in), c.out);
-            c.in += 2 * kUnits;
-        }
-        if (c.in == c.inEnd) {
-            return;
-        }
-        if (!StoreLastUtf8(c)) {
-            Portable::UnitsToUtf8(c);
-            return;
-        }
-    }
+    Portable::Utf8ToUnits(c);
 }
 
 }  // namespace
 
 constinit Runs const kAvx2Runs = {
     .utf8ToUnits = Utf8ToUnits,
-    .unitsToUtf8 = UnitsToUtf8,
+    .unitsToUtf8 = Avx2::UnitsToUtf8,
     .utf8ToLatin1 = Avx2::CopyAscii,
     .latin1ToUtf8 = Avx2::CopyAsciiNoNul,
     .unitsToHex = Avx2::UnitsToHex,
