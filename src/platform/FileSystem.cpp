@@ -176,13 +176,6 @@ public:
         }
     }
 
-    // The same once more for what is left, on this thread alone.
-    void EmptyAlone(FileDescriptor const& parent, char const* name, unsigned units) {
-        m_Helper = nullptr;
-        m_Levels.clear();
-        Empty(parent, name, units);
-    }
-
 private:
     void Remove(Level& level, Entry const& entry) {
         ++m_Entries;
@@ -341,13 +334,14 @@ bool RemoveTree(char const* path, unsigned unitLimit) {
     if (!tree) {
         return false;
     }
-    char const* const name = tree->name.c_str();
+    // Its name is looked up once: whoever stands there later is none of our business.
+    FileDescriptor const top = OpenDirectory(tree->parent.Get(), tree->name.c_str(), O_NOFOLLOW);
     auto const isGone = [&] {
-        return ::unlinkat(tree->parent.Get(), name, AT_REMOVEDIR) == 0;
+        return ::unlinkat(tree->parent.Get(), tree->name.c_str(), AT_REMOVEDIR) == 0;
     };
+    Bounds const bounds{unitLimit, std::nullopt};
     HelperThread helper;
-    TreeRemoval removal({unitLimit, std::nullopt}, &helper);
-    removal.Empty(tree->parent, name, UnitsOf(bare));
+    TreeRemoval(bounds, &helper).Empty(top, ".", UnitsOf(bare));
     helper.Finish();
     if (isGone()) {
         return true;
@@ -356,7 +350,7 @@ bool RemoveTree(char const* path, unsigned unitLimit) {
         return false;
     }
     // Two threads may have lacked descriptors or memory where there is enough for one.
-    removal.EmptyAlone(tree->parent, name, UnitsOf(bare));
+    TreeRemoval(bounds).Empty(top, ".", UnitsOf(bare));
     return isGone();
 }
 
