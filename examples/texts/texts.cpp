@@ -15,8 +15,8 @@ namespace {
 using System::Text::Utf8Converter;
 
 void PrintBytes(std::string const& bytes) {
-    for (unsigned char const byte : bytes) {
-        std::printf("%02X", byte);
+    for (char const byte : bytes) {
+        std::printf("%02X", static_cast<unsigned char>(byte));
     }
 }
 
