@@ -24,9 +24,9 @@ namespace {
 // of lines the look costs nothing that could be measured.
 constexpr std::int64_t kLookIntervalNs = 20'000'000;
 constexpr std::int64_t kLookIntervalBytes = 64 * 1024;
-// A line this soon behind the last one belongs to a stream: nobody has changed the file in between and gone
-// on to have a line written, which takes a system call at least.
-constexpr std::int64_t kPauseNs = 250;
+// Lines that follow each other faster than this make a stream: hardly anybody has changed the file in
+// between.
+constexpr std::int64_t kPauseNs = 5'000;
 // Lines up to this length are put together first, which costs less than a write of many pieces.
 constexpr std::size_t kGatherSize = 4096;
 constexpr mode_t kMode = 0666;
@@ -118,7 +118,8 @@ void AppendFile::Follow() {
     // In a child of a fork the description, and with it the lock, is still the parent's.
     bool const isInherited = m_Epoch != ProcessEpoch();
     std::int64_t const now = Clock::MonotonicNs();
-    bool const isInStream = now < m_LastLineNs + kPauseNs && now < m_NextLookNs && m_Size < m_NextLookSize;
+    bool const isInStream =
+        now - std::exchange(m_LastLineNs, now) < kPauseNs && now < m_NextLookNs && m_Size < m_NextLookSize;
     if (isInStream && !isInherited) {
         return;
     }
@@ -176,7 +177,6 @@ bool AppendFile::WriteAll(iovec* pieces, int count, std::size_t length) {
         Advance(pieces, count, static_cast<std::size_t>(step));
     }
     m_Size += static_cast<std::int64_t>(length);
-    m_LastLineNs = Clock::MonotonicNs();
     return true;
 }
 

@@ -68,7 +68,7 @@ private:
     bool m_IsRegular = false;
     std::int64_t m_Size = 0;
     std::uint32_t m_Epoch = 0;        // the process that opened it
-    std::int64_t m_LastLineNs = 0;    // when the last line was written
+    std::int64_t m_LastLineNs = 0;    // when Follow was called last
     std::int64_t m_NextLookNs = 0;    // when Follow looks again
     std::int64_t m_NextLookSize = 0;  // or from which size on
 };
