@@ -233,23 +233,30 @@ int Hold(Peer& peer) {
     return 0;
 }
 
-int StartCrowd(char* self, char* channel, unsigned count) {
-    std::string role = "idle";
-    char* const arguments[] = {self, channel, role.data(), nullptr};
-    std::vector<pid_t> members(count);
-    for (pid_t& member : members) {
-        if (int const error = ::posix_spawn(&member, self, nullptr, nullptr, arguments, environ)) {
-            return Fail("spawn", error);
-        }
-    }
-    std::string line;
-    std::getline(std::cin, line);
+void EndAll(std::vector<pid_t> const& members) {
     for (pid_t const member : members) {
         ::kill(member, SIGKILL);
     }
     for (pid_t const member : members) {
         ::waitpid(member, nullptr, 0);
     }
+}
+
+int StartCrowd(char* self, char* channel, unsigned count) {
+    std::string role = "idle";
+    char* const arguments[] = {self, channel, role.data(), nullptr};
+    std::vector<pid_t> members;
+    while (members.size() < count) {
+        pid_t member = -1;
+        if (int const error = ::posix_spawn(&member, self, nullptr, nullptr, arguments, environ)) {
+            EndAll(members);
+            return Fail("spawn", error);
+        }
+        members.push_back(member);
+    }
+    std::string line;
+    std::getline(std::cin, line);
+    EndAll(members);
     return 0;
 }
 

@@ -184,6 +184,9 @@ TEST_F(Limits, AreNotReachedByAThousandEndpoints) {
         crowds.emplace_back("rpc_peer", arguments);
         for (int i = 0; i < kMembers; ++i) {
             std::string const report = crowds.back().ReadLine().value_or("");
+            if (report.starts_with("spawn")) {
+                GTEST_SKIP() << "the machine has not that many processes to give: " << report;
+            }
             last = static_cast<std::uint32_t>(std::strtoul(report.c_str(), nullptr, 10));
             ASSERT_TRUE(endpoints.insert(last).second) << report;
         }
