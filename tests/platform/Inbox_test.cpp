@@ -12,6 +12,7 @@
 #include "platform/FileLock.h"
 #include "platform/OwnInbox.h"
 #include "platform/PeerInbox.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
@@ -90,8 +91,14 @@ TEST_F(InboxTest, OfADeadOwnerStaysDeadWhenHisNumberIsGivenOutAgain) {
             static_cast<void>(::fcntl(others.Get(), F_OFD_SETLK, &lock));
         }
     }
+    // But for another process, which looks through all inboxes and has just taken the number for a moment.
     PeerInbox late;
-    EXPECT_EQ(late.Open(m_Own.Number()), ESRCH);
+    int error = EUSERS;
+    EXPECT_TRUE(Support::WaitUntil([&] {
+        error = late.Open(m_Own.Number());
+        return error != EUSERS;
+    }));
+    EXPECT_EQ(error, ESRCH);
     EXPECT_FALSE(m_Peer.IsAlive());
     EXPECT_TRUE(m_Peer.IsClosed());
 }
