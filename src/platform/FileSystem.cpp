@@ -153,7 +153,7 @@ struct Level {
 // What a removal keeps to, wherever in the tree it begins.
 struct Bounds {
     unsigned unitLimit;
-    std::optional<Identity> top;  // of the tree, once it has been entered
+    Identity top;  // of the tree
 };
 
 // One thread's share of a removal.
@@ -215,11 +215,8 @@ private:
     bool Enter(FileDescriptor const& parent, char const* name, unsigned units) {
         FileDescriptor directory = OpenDirectory(parent.Get(), name, O_NOFOLLOW);
         std::optional<Identity> const identity = directory.IsOpen() ? IdentityOf(directory) : std::nullopt;
-        if (!identity || !identity->IsOnMountOf(m_Bounds.top.value_or(*identity))) {
+        if (!identity || !identity->IsOnMountOf(m_Bounds.top)) {
             return false;
-        }
-        if (!m_Bounds.top) {
-            m_Bounds.top = identity;
         }
         // At the limit nothing below has room, not even behind the separator.
         unsigned const unitsBelow = units < m_Bounds.unitLimit ? units + 1 : m_Bounds.unitLimit;
@@ -339,7 +336,11 @@ bool RemoveTree(char const* path, unsigned unitLimit) {
     auto const isGone = [&] {
         return ::unlinkat(tree->parent.Get(), tree->name.c_str(), AT_REMOVEDIR) == 0;
     };
-    Bounds const bounds{unitLimit, std::nullopt};
+    std::optional<Identity> const identity = top.IsOpen() ? IdentityOf(top) : std::nullopt;
+    if (!identity) {
+        return isGone();
+    }
+    Bounds const bounds{unitLimit, *identity};
     HelperThread helper;
     TreeRemoval(bounds, &helper).Empty(top, ".", UnitsOf(bare));
     helper.Finish();

@@ -27,7 +27,6 @@ struct HelperThread::Shared {
     unsigned unfinished = 0;
     bool isRunning = false;
     bool isStopping = false;
-    pthread_t thread{};
     Event given{EventReset::kAuto};
     Event done{EventReset::kAuto};
 
@@ -67,8 +66,6 @@ void* HelperThread::Work(void* argument) {
             }
             if (task == nullptr && isIdle) {
                 shared.isRunning = false;
-                // Can't fail: nobody joins a thread that is not running.
-                static_cast<void>(::pthread_detach(::pthread_self()));
                 return nullptr;
             }
         }
@@ -84,16 +81,12 @@ HelperThread::~HelperThread() {
         return;
     }
     Finish();
-    bool isRunning = false;
     {
         Shared::Guard const guard(*m_Shared);
         m_Shared->isStopping = true;
-        isRunning = m_Shared->isRunning;
     }
-    if (isRunning) {
-        m_Shared->given.Set();
-        static_cast<void>(::pthread_join(m_Shared->thread, nullptr));
-    }
+    m_Shared->given.Set();
+    Join();
 }
 
 bool HelperThread::HasRoom() {
@@ -128,7 +121,16 @@ void HelperThread::Give(std::unique_ptr<Task> task) {
     }
 }
 
+void HelperThread::Join() {
+    if (m_Thread) {
+        // Can't fail: the thread is ours, and nobody else joins it.
+        static_cast<void>(::pthread_join(*m_Thread, nullptr));
+        m_Thread.reset();
+    }
+}
+
 bool HelperThread::Start() {
+    Join();  // with one that has left because it was idle
     std::unique_ptr<std::shared_ptr<Shared>> own(new (std::nothrow) std::shared_ptr<Shared>(m_Shared));
     pthread_attr_t attributes;
     if (own == nullptr || ::pthread_attr_init(&attributes) != 0) {
@@ -136,11 +138,13 @@ bool HelperThread::Start() {
     }
     sigset_t all;
     ::sigfillset(&all);
+    pthread_t thread{};
     bool const isStarted = ::pthread_attr_setsigmask_np(&attributes, &all) == 0 &&
-                           ::pthread_create(&m_Shared->thread, &attributes, Work, own.get()) == 0;
+                           ::pthread_create(&thread, &attributes, Work, own.get()) == 0;
     ::pthread_attr_destroy(&attributes);
     if (isStarted) {
         static_cast<void>(own.release());  // the thread's from now on
+        m_Thread = thread;
     }
     return isStarted;
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <pthread.h>
+
 #include <memory>
+#include <optional>
 
 namespace System::Platform {
 
@@ -44,8 +47,10 @@ private:
     static void* Work(void* shared);
     static void RunAndCount(Shared& shared, std::unique_ptr<Task> task) noexcept;
     [[nodiscard]] bool Start();
+    void Join();
 
     std::shared_ptr<Shared> m_Shared;
+    std::optional<pthread_t> m_Thread;  // until it is joined
     bool m_IsRefused = false;
 };
 

@@ -215,9 +215,11 @@ bool ThreadQueue::WaitUntil(IsDone isDone, Deadline const& deadline, std::uint32
     }
     if (int const yields = m_Policy.Yields(here, peerProcessor, m_UsableProcessors); yields != 0) {
         bool const hasCome = YieldUntil(isDone, yields);
-        m_Policy.LearnYield(hasCome, Clock::MonotonicNs() - beginNs);
+        std::int64_t const waitedNs = Clock::MonotonicNs() - beginNs;
+        m_Policy.LearnYield(hasCome, waitedNs);
         if (hasCome) {
-            return succeed();
+            m_Policy.Learn(waitedNs);
+            return true;
         }
     }
     // A look in vain costs more than to ask whether there is anything to look for.
